@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "BrwCoordinator/BrwIdleBackoff.h"
+#include "BrwObject/BrwObject.h"
+
+namespace Brw {
+
+class Task;
+
+// The process's root: one per process, reached through factory(). It owns the main task, runs the event
+// loop and holds the process-wide settings as static members.
+class InternalCoordinator : public Object {
+public:
+    static constexpr const char* TYPENAME = "InternalCoordinator";
+    static constexpr const char* VERSION = "0.1.1";
+    static constexpr int BUILD = 1;
+    static constexpr const char* MAIN_COORDINATOR_NAME = "net.braidwell.coordinator.main";
+    static constexpr const char* REFLECTOR_COORDINATOR_NAME = "net.braidwell.coordinator.reflector";
+
+    // Settings; the command line fills them. Times are microseconds.
+    static inline std::string fCoordinatorName = MAIN_COORDINATOR_NAME; // this coordinator's full name
+    static inline std::string fCoordinatorShortName;                    // short form of the name
+    static inline bool fIsInteractive = false;                          // script from a person at a console
+    static inline bool fReadStdIn = false;                              // script from standard input
+    static inline bool fIsServer = false;                               // stay up until told to stop
+    static inline bool fRunTests = false;                               // run the self-tests at start
+    static inline std::string fScriptFilePath;               // script to run, "-" for standard input
+    static inline std::string fRemoteCoordinatorURL;         // run the script there instead of here
+    static inline int64_t fEventLoopMicroseconds = 5000;     // one runEventLoop turn of the server loop
+    static inline int64_t fEventLoopSleepMicroseconds = 500; // base of the idle back-off
+    static inline int64_t fDelayQuitMicroseconds = 10000000; // grace time before a stop
+    static inline int64_t fInternalCoordinatorTimesliceMicroseconds = 10000; // main task's budget per run
+    static inline int64_t fDefaultTimeoutMicroseconds = 10000000;            // default task time-out
+
+    ~InternalCoordinator() override;
+
+    // The singleton, made at the first call; null once the process has torn it down.
+    static std::shared_ptr<IObject> factory();
+    // Reads the command line, registers the classes and tests, and makes the coordinator and its main
+    // task.
+    [[nodiscard]] static bool init(int argc, char** argv);
+    // The fixed table of runtime classes, walked at start and at teardown.
+    [[nodiscard]] static bool registerObjectClasses();
+    [[nodiscard]] static bool deregisterObjectClasses();
+    // Every self-test class of the program.
+    [[nodiscard]] static bool registerTests();
+    [[nodiscard]] static bool registerDeregisterClass(RegisterDeregister registerDeregister);
+    // Drops the singleton reference: the first act of the process's teardown.
+    static void releaseInstance();
+
+    [[nodiscard]] static bool parseCommandLineArgs(int argc, char** argv);
+    [[nodiscard]] static bool processCmdLineArg(char switchLetter,
+                                                const std::vector<std::string>& switchArgs);
+
+    static const std::string& getCoordinatorName() { return fCoordinatorName; }
+    static int64_t getEventLoopMicroseconds() { return fEventLoopMicroseconds; }
+    static int64_t getDelayQuitMicroseconds() { return fDelayQuitMicroseconds; }
+
+    std::string typeName() const override { return TYPENAME; }
+
+    // Runs the main task and the started tasks for `microseconds`, or without limit when negative, until
+    // the main task ends.
+    [[nodiscard]] bool runEventLoop(int64_t microseconds);
+    // Asks the process to stop; the loops end once everything is idle.
+    bool terminate();
+    bool isTerminating() const { return fIsTerminating; }
+    bool isTerminatingAndIdle();
+    // True when nothing is moving: no messages in flight and every service idle.
+    bool isIdle();
+    // Traffic moved: keeps the event loop from sleeping for the next turns.
+    bool reportMessagingActivityInEventLoop();
+    // The one sleep of the process, at most `microseconds`; the process lock is let go meanwhile.
+    void waitForActivity(int64_t microseconds);
+    // The main task's body: one round of the coordinator per slice, until it stops.
+    void timeslice_yielding(const std::shared_ptr<Task>& task, bool& success);
+
+    const std::shared_ptr<Task>& getMainTask() const { return fMainTask; }
+    IdleBackoff& getIdleBackoff() { return fIdleBackoff; }
+    uint64_t getRoundCounter() const { return fRoundCounter; }
+
+    // The process lock: held by the main thread except while it sleeps.
+    static std::recursive_mutex& getProcessLock();
+
+protected:
+    InternalCoordinator() = default;
+    friend class Object;
+
+private:
+    // Runs the started tasks with what is left of this turn; true when the loop must end: the main task
+    // has ended or the deadline has passed.
+    bool runActiveTasksUntil(int64_t deadline);
+
+    bool fIsTerminating = false;     // set once by terminate(); never reset
+    std::shared_ptr<Task> fMainTask; // runs timeslice_yielding
+    IdleBackoff fIdleBackoff;        // the sleep between turns of the event loop
+    uint64_t fRoundCounter = 0;      // rounds of timeslice_yielding
+
+    static inline bool fIsVersionRequested = false; // -v: stop right after start-up
+};
+
+} // namespace Brw

@@ -1,0 +1,5 @@
+#include "BrwMain/BrwMain.h"
+
+int main(int argc, char** argv) {
+    return Brw::main(argc, argv);
+}
