@@ -73,7 +73,7 @@ void countExpectedLines(const std::string& line) {
 [[noreturn]] void leakOneObjectAndExit() {
     char programName[] = "braidwell";
     char* args[] = {programName, nullptr};
-    if (!Brw::InternalCoordinator::init(1, args)) {
+    if (! Brw::InternalCoordinator::init(1, args)) {
         std::_Exit(2);
     }
     static std::shared_ptr<LeakedSample> leaked = Brw::Object::makeRegistered<LeakedSample>();
@@ -81,7 +81,7 @@ void countExpectedLines(const std::string& line) {
     Brw::Logger::addLineObserver(countExpectedLines);
     Brw::tearDown();
     const bool noneLeft = Brw::verifyNoObjectLeft();
-    std::_Exit(!noneLeft && gExpectedLines == 1 ? 0 : 1);
+    std::_Exit(! noneLeft && gExpectedLines == 1 ? 0 : 1);
 }
 
 TEST(ProcessDeathTest, LeakedObjectShowsAsOneExpectedLineAtExit) {

@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     BrwTests::isolateHome();
     char programName[] = "brw_selftests";
     char* coordinatorArgs[] = {programName, nullptr};
-    if (!Brw::InternalCoordinator::init(1, coordinatorArgs)) {
+    if (! Brw::InternalCoordinator::init(1, coordinatorArgs)) {
         fprintf(stderr, "the coordinator did not start\n");
         return 1;
     }
@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     }
     int result = RUN_ALL_TESTS();
     Brw::tearDown();
-    if (!Brw::verifyNoObjectLeft()) {
+    if (! Brw::verifyNoObjectLeft()) {
         fprintf(stderr, "runtime objects left at exit: %llu\n",
                 static_cast<unsigned long long>(Brw::Object::getObjectCount()));
         result = 1;

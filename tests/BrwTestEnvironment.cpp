@@ -16,7 +16,7 @@ namespace {
 std::string gHome;
 
 void removeHome() {
-    if (!gHome.empty()) {
+    if (! gHome.empty()) {
         std::error_code error;
         std::filesystem::remove_all(gHome, error);
     }
@@ -30,7 +30,7 @@ void setFolder(const char* variable, const std::string& path) {
 } // namespace
 
 void isolateHome() {
-    if (!gHome.empty()) {
+    if (! gHome.empty()) {
         return;
     }
     std::string pattern = (std::filesystem::temp_directory_path() / "braidwell-test-XXXXXX").string();
@@ -133,7 +133,7 @@ ProcessResult runProcess(const std::vector<std::string>& args, const std::string
     close(errPipe[0]);
     int status = 0;
     waitpid(pid, &status, 0);
-    if (!result.timedOut && WIFEXITED(status)) {
+    if (! result.timedOut && WIFEXITED(status)) {
         result.exitCode = WEXITSTATUS(status);
     }
     return result;

@@ -28,7 +28,7 @@ const RegisterDeregisterFunction kObjectClasses[] = {
 bool walkObjectClasses(RegisterDeregister registerDeregister) {
     bool retVal = true;
     for (RegisterDeregisterFunction registerDeregisterClass : kObjectClasses) {
-        if (!registerDeregisterClass(registerDeregister)) {
+        if (! registerDeregisterClass(registerDeregister)) {
             retVal = false;
             break;
         }
@@ -71,7 +71,7 @@ std::recursive_mutex& InternalCoordinator::getProcessLock() {
 }
 
 std::shared_ptr<IObject> InternalCoordinator::factory() {
-    if (!gIsInternalCoordinatorCreated) {
+    if (! gIsInternalCoordinatorCreated) {
         gIsInternalCoordinatorCreated = true;
         auto internalCoordinator = Object::makeRegistered<InternalCoordinator>();
         if (internalCoordinator) {
@@ -100,7 +100,7 @@ bool InternalCoordinator::init(int argc, char** argv) {
     do {
         std::lock_guard<std::recursive_mutex> lock(getProcessLock());
         SANITY_CHECK(parseCommandLineArgs(argc, argv));
-        if (!registerObjectClasses()) {
+        if (! registerObjectClasses()) {
             LOG_ERROR("failed to register class");
             SANITY_CHECK(registerObjectClasses());
         }
@@ -119,7 +119,7 @@ bool InternalCoordinator::registerObjectClasses() {
 
 bool InternalCoordinator::deregisterObjectClasses() {
     bool retVal = walkObjectClasses(DEREGISTER);
-    if (!retVal) {
+    if (! retVal) {
         LOG_ERROR("failed to de-register class");
     }
     return retVal;
@@ -132,10 +132,13 @@ bool InternalCoordinator::registerTests() {
 bool InternalCoordinator::registerDeregisterClass(RegisterDeregister registerDeregister) {
     bool retVal = false;
     do {
+        // The check texts keep their established spacing.
+        // clang-format off
         if (registerDeregister == REGISTER) {
-            SANITY_CHECK(Object::registerFactory(TYPENAME, InternalCoordinator::factory));
+            SANITY_CHECK(Object::registerFactory( TYPENAME, InternalCoordinator::factory));
         } else if (registerDeregister == DEREGISTER) {
-            SANITY_CHECK(Object::deregisterFactory(TYPENAME));
+            SANITY_CHECK(Object::deregisterFactory( TYPENAME));
+            // clang-format on
         } else {
             LOG_ERROR("no registerDeregister");
             break;
@@ -248,7 +251,7 @@ bool InternalCoordinator::terminate() {
 }
 
 bool InternalCoordinator::isTerminatingAndIdle() {
-    return !gInternalCoordinator || (fIsTerminating && isIdle());
+    return ! gInternalCoordinator || (fIsTerminating && isIdle());
 }
 
 bool InternalCoordinator::isIdle() {
@@ -273,7 +276,7 @@ void InternalCoordinator::waitForActivity(int64_t microseconds) {
 bool InternalCoordinator::runActiveTasksUntil(int64_t deadline) {
     bool retVal = false;
     do {
-        if (!fMainTask || fMainTask->isTaskCompleted()) {
+        if (! fMainTask || fMainTask->isTaskCompleted()) {
             retVal = true;
             break;
         }
@@ -296,11 +299,11 @@ bool InternalCoordinator::runEventLoop(int64_t microseconds) {
             break;
         }
         const int64_t deadline = microseconds < 0 ? 0 : Clock::now() + microseconds * 1000;
-        if (!runActiveTasksUntil(deadline)) {
+        if (! runActiveTasksUntil(deadline)) {
             for (;;) {
                 // Held by a local: the task may complete and leave the tables during its slice.
                 std::shared_ptr<Task> mainTask = fMainTask;
-                if (!mainTask->isTaskCompleted()) {
+                if (! mainTask->isTaskCompleted()) {
                     SANITY_CHECK(mainTask->runTimeslice(fInternalCoordinatorTimesliceMicroseconds));
                 }
                 fIdleBackoff.countTurn();
@@ -325,7 +328,7 @@ bool InternalCoordinator::runEventLoop(int64_t microseconds) {
 void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, bool& success) {
     struct LocalVariableState : OMFunctionState {};
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
-    while (!isTerminatingAndIdle()) {
+    while (! isTerminatingAndIdle()) {
         ++fRoundCounter;
         YIELDING_WAIT(task->yield());
     }

@@ -25,7 +25,7 @@ void MainTaskTimesliceTask::timeslice() {
             fIsEndWithChildren = true;
         }
     } while (false);
-    if (!InternalCoordinator::factory()) {
+    if (! InternalCoordinator::factory()) {
         fIsEndWithChildren = true;
     }
 }
@@ -33,16 +33,16 @@ void MainTaskTimesliceTask::timeslice() {
 bool MainTaskTimesliceTask::isIdle() {
     bool retVal = false;
     do {
-        if (!fIsTaskCompleted && !(fIsStarted && fFunctionStates.empty() && fChildTasks.empty())) {
+        if (! fIsTaskCompleted && ! (fIsStarted && fFunctionStates.empty() && fChildTasks.empty())) {
             break;
         }
         auto internalCoordinator =
             std::dynamic_pointer_cast<InternalCoordinator>(InternalCoordinator::factory());
-        retVal = !internalCoordinator || internalCoordinator->isIdle();
+        retVal = ! internalCoordinator || internalCoordinator->isIdle();
         if (fIsEndWithChildren) {
             // Polled for their own bookkeeping only: the answer stands.
             for (const auto& task : fActiveTasks) {
-                if (task.get() != this && !task->isIdle()) {
+                if (task.get() != this && ! task->isIdle()) {
                     break;
                 }
             }

@@ -29,14 +29,14 @@ inline constexpr int32_t* brwYieldingStep_ = nullptr;
 #define BRW_LOG_ERROR_(text) ::Brw::Logger::logError(__FILE__, __LINE__, __PRETTY_FUNCTION__, text)
 
 #define SANITY_CHECK(condition)                                                                              \
-    if (!(condition)) {                                                                                      \
+    if (! (condition)) {                                                                                     \
         BRW_LOG_ERROR_("SANITY_CHECK failed: '" #condition "' evaluates to false");                          \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \
         ((void)0)
 
 #define ASSIGN(variable, value)                                                                              \
-    if (!((variable) = (value))) {                                                                           \
+    if (! ((variable) = (value))) {                                                                          \
         BRW_LOG_ERROR_("ASSIGN failed: '" #variable " = " #value ";'");                                      \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \
@@ -44,7 +44,7 @@ inline constexpr int32_t* brwYieldingStep_ = nullptr;
 
 #define ASSIGN_TYPED(type, variable, value)                                                                  \
     std::shared_ptr<type> variable = std::dynamic_pointer_cast<type>(value);                                 \
-    if (!variable) {                                                                                         \
+    if (! variable) {                                                                                        \
         BRW_LOG_ERROR_("ASSIGN_TYPED failed: '" #type " " #variable " = " #value ";'");                      \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \
@@ -52,20 +52,20 @@ inline constexpr int32_t* brwYieldingStep_ = nullptr;
 
 #define ASSIGN_CONST_TYPED(type, variable, value)                                                            \
     std::shared_ptr<const type> variable = std::dynamic_pointer_cast<const type>(value);                     \
-    if (!variable) {                                                                                         \
+    if (! variable) {                                                                                        \
         BRW_LOG_ERROR_("ASSIGN_CONST_TYPED failed: '" #type " " #variable " = " #value ";'");                \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \
         ((void)0)
 
 #define VERIFY(condition)                                                                                    \
-    if (!(condition)) {                                                                                      \
+    if (! (condition)) {                                                                                     \
         BRW_LOG_ERROR_("VERIFY failed: '" #condition "' evaluates to false");                                \
     } else                                                                                                   \
         ((void)0)
 
 #define EXPECTED(condition)                                                                                  \
-    if (!(condition)) {                                                                                      \
+    if (! (condition)) {                                                                                     \
         ::Brw::Logger::logWarning(__FILE__, __LINE__, __PRETTY_FUNCTION__,                                   \
                                   "EXPECTED failed: '" #condition "' evaluates to false");                   \
     } else                                                                                                   \

@@ -131,12 +131,12 @@ void LoggerCore::setIsLogEntryExit(bool isLogEntryExit) {
 
 void LoggerCore::setIsLogTiming(bool isLogTiming) {
     // NOTE: warns but stores the flag all the same, unlike setIsLogEntryExit.
-    EXPECTED(!isLogTiming);
+    EXPECTED(! isLogTiming);
     fIsLogTiming = isLogTiming;
 }
 
 std::shared_ptr<ILogger> Logger::instance() {
-    if (!gIsLoggerCreated) {
+    if (! gIsLoggerCreated) {
         gIsLoggerCreated = true;
         loggerSlot() = std::make_shared<LoggerCore>();
     }

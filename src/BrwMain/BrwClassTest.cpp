@@ -30,7 +30,7 @@ bool ClassTest::registerClassTest(const std::shared_ptr<ClassTest>& test) {
     do {
         SANITY_CHECK(test);
         const std::string classTypeName = test->getClassTypeName();
-        SANITY_CHECK(!classTypeName.empty());
+        SANITY_CHECK(! classTypeName.empty());
         classTests()[classTypeName] = test;
         retVal = true;
     } while (false);

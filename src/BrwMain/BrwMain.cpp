@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
         if (InternalCoordinator::fRunTests) {
             runSelfTests();
         }
-        if (!InternalCoordinator::fRemoteCoordinatorURL.empty() &&
+        if (! InternalCoordinator::fRemoteCoordinatorURL.empty() &&
             (InternalCoordinator::fScriptFilePath.empty() || InternalCoordinator::fScriptFilePath == "-")) {
             LOG_ERROR("remoteCoordinatorURL without valid scriptFilePath");
             break;
@@ -69,7 +69,7 @@ bool serverLoop() {
                std::dynamic_pointer_cast<Brw::InternalCoordinator>(Brw::InternalCoordinator::factory()));
         do {
             SANITY_CHECK(internalCoordinator->runEventLoop(InternalCoordinator::getEventLoopMicroseconds()));
-        } while (!internalCoordinator->isTerminatingAndIdle());
+        } while (! internalCoordinator->isTerminatingAndIdle());
         retVal = true;
     } while (false);
     return retVal;
@@ -81,7 +81,10 @@ bool shortStartThenStopLoop() {
         std::shared_ptr<InternalCoordinator> internalCoordinator;
         ASSIGN(internalCoordinator,
                std::dynamic_pointer_cast<Brw::InternalCoordinator>(Brw::InternalCoordinator::factory()));
-        SANITY_CHECK(internalCoordinator->runEventLoop(InternalCoordinator::getDelayQuitMicroseconds()));
+        // The check text keeps its established spacing.
+        // clang-format off
+        SANITY_CHECK(internalCoordinator->runEventLoop( InternalCoordinator::getDelayQuitMicroseconds()));
+        // clang-format on
         SANITY_CHECK(internalCoordinator->terminate());
         retVal = true;
     } while (false);

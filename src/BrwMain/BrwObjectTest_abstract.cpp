@@ -32,7 +32,7 @@ bool ObjectTest_abstract::objectTest(const std::shared_ptr<IObject>& object) {
     bool retVal = false;
     do {
         REPORT_OBJECT_TEST;
-        if (!object) {
+        if (! object) {
             LOG_ERROR("no obj");
             break;
         }
@@ -51,7 +51,7 @@ bool ObjectTest_abstract::objectTest(const std::shared_ptr<IObject>& object) {
             break;
         }
         std::shared_ptr<const IObject> found = Object::getRegisteredObject(guid);
-        if (!found) {
+        if (! found) {
             LOG_ERROR("cannot find via guid");
             break;
         }
@@ -59,10 +59,10 @@ bool ObjectTest_abstract::objectTest(const std::shared_ptr<IObject>& object) {
             LOG_ERROR("should be same pointer");
             break;
         }
-        const bool hasFactory = !Object::getFactory(objTypeName).wrappedFactoryIsNull() ||
-                                !Object::getDeserializationFactory(objTypeName).wrappedFactoryIsNull() ||
-                                !Object::getByNameFactory(objTypeName).wrappedFactoryIsNull();
-        if (!hasFactory) {
+        const bool hasFactory = ! Object::getFactory(objTypeName).wrappedFactoryIsNull() ||
+                                ! Object::getDeserializationFactory(objTypeName).wrappedFactoryIsNull() ||
+                                ! Object::getByNameFactory(objTypeName).wrappedFactoryIsNull();
+        if (! hasFactory) {
             LOG_ERROR("object class should have least one registered factory");
             break;
         }

@@ -23,7 +23,7 @@ bool Test::run() {
         SANITY_CHECK(setup());
         ++gTestNestingLevel;
         bool testResult = test();
-        if (!testResult) {
+        if (! testResult) {
             LOG_ERROR("test failed " + getTestName());
         }
         --gTestNestingLevel;

@@ -76,7 +76,7 @@ private:
 
 // A check of a test that says both values when it fails; it leaves the block like SANITY_CHECK.
 #define CHECK_EQUAL(actual, expected)                                                                        \
-    if (!((actual) == (expected))) {                                                                         \
+    if (! ((actual) == (expected))) {                                                                        \
         LOG_ERROR(::Brw::Test::describeMismatch(#actual, (actual), (expected)));                             \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \

@@ -30,7 +30,7 @@ public:
         if (fFunction != nullptr) {
             result = fFunction(std::forward<Args>(args)...);
         }
-        if (!result) {
+        if (! result) {
             reportNoObjectFromFactory();
         }
         return result;

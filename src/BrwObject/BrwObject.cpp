@@ -29,7 +29,7 @@ bool registerInTable(Map* table, const char* noTableText, const std::string& typ
             LOG_ERROR(noTableText);
             break;
         }
-        if (!table->emplace(typeName, function).second) {
+        if (! table->emplace(typeName, function).second) {
             LOG_ERROR("duplicate typeName");
             break;
         }
@@ -67,7 +67,7 @@ void logRegisteredObjectCount(size_t count) {
 } // namespace
 
 GUIDClass* Object::createGUID() const {
-    if (fGUID == nullptr && !registerObjectGUID()) {
+    if (fGUID == nullptr && ! registerObjectGUID()) {
         LOG_ERROR("failed to register");
     }
     return fGUID;

@@ -42,7 +42,7 @@ public:
     bool test() override;
     std::string toString() const override;
     bool operator==(const IObject* other) const override;
-    bool operator!=(const IObject* other) const override { return !(*this == other); }
+    bool operator!=(const IObject* other) const override { return ! (*this == other); }
 
     [[nodiscard]] static bool registerObjectID(const std::shared_ptr<IObject>& objPtr);
     static std::shared_ptr<IObject> getObjectFromID(uint64_t id);
@@ -75,7 +75,7 @@ public:
         T* rawObject = new (std::nothrow) T(std::forward<Args>(args)...);
         if (rawObject != nullptr) {
             objPtr = std::shared_ptr<T>(rawObject, &Object::deleteRegistered<T>);
-            if (!registerObjectID(objPtr)) {
+            if (! registerObjectID(objPtr)) {
                 objPtr.reset();
             }
         }

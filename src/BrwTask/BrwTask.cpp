@@ -45,11 +45,11 @@ int64_t Task::computeDeadline(int64_t now) const {
 bool Task::runTimeslice_(int64_t timesliceMicroseconds) {
     bool retVal = false;
     do {
-        SANITY_CHECK(!fIsTaskCompleted);
+        SANITY_CHECK(! fIsTaskCompleted);
         ASSIGN_TYPED(InternalCoordinator, internalCoordinator, InternalCoordinator::factory());
         const bool isRunToCompletion = timesliceMicroseconds == -2;
         int64_t now = Clock::now();
-        if (!fIsStarted) {
+        if (! fIsStarted) {
             fDeadline = computeDeadline(now);
         }
         fTimesliceEnd = timesliceMicroseconds < 0 ? 0 : now + timesliceMicroseconds * 1000;
@@ -65,7 +65,7 @@ bool Task::runTimeslice_(int64_t timesliceMicroseconds) {
             }
             if (isRunToCompletion) {
                 int64_t budget = InternalCoordinator::fInternalCoordinatorTimesliceMicroseconds;
-                if (!runActiveTasks(budget) && !fChildTasks.empty()) {
+                if (! runActiveTasks(budget) && ! fChildTasks.empty()) {
                     const size_t childCount = fChildTasks.size();
                     std::vector<std::shared_ptr<Task>> children;
                     for (const auto& [id, child] : fChildTasks) {
@@ -75,7 +75,7 @@ bool Task::runTimeslice_(int64_t timesliceMicroseconds) {
                         if (fChildTasks.size() != childCount) {
                             break;
                         }
-                        if (!child->isTaskCompleted() && !child->isInTimeslice()) {
+                        if (! child->isTaskCompleted() && ! child->isInTimeslice()) {
                             child->runTimeslice(budget / static_cast<int64_t>(childCount));
                         }
                     }
@@ -93,7 +93,7 @@ bool Task::runTimeslice_(int64_t timesliceMicroseconds) {
                 fIsTaskCompleted = true;
             }
             if (idle &&
-                ((!fIsKeptAlive && fChildTasks.empty()) || (fIsEndWithChildren && fChildTasks.empty()))) {
+                ((! fIsKeptAlive && fChildTasks.empty()) || (fIsEndWithChildren && fChildTasks.empty()))) {
                 fIsTaskCompleted = true;
             }
             if (fIsTaskCompleted) {
@@ -158,9 +158,9 @@ void Task::handleCompletion() {
     // Keeps this task alive while it deregisters itself from everything that holds it.
     std::shared_ptr<Task> self = shared_from_this();
     fIsTaskCompleted = true;
-    while (!fChildTasks.empty()) {
+    while (! fChildTasks.empty()) {
         std::shared_ptr<Task> childTask = fChildTasks.begin()->second;
-        if (!childTask) {
+        if (! childTask) {
             LOG_ERROR("SANITY_CHECK failed: 'childTask' evaluates to false");
             break;
         }
@@ -201,7 +201,7 @@ bool Task::isYieldDue() {
 AsyncIOType Task::popInteractionLevel() {
     AsyncIOType retVal = static_cast<AsyncIOType>(0);
     do {
-        SANITY_CHECK(!fInteractionLevelStack.empty());
+        SANITY_CHECK(! fInteractionLevelStack.empty());
         retVal = fInteractionLevel;
         fInteractionLevel = static_cast<AsyncIOType>(fInteractionLevelStack.back());
         fInteractionLevelStack.pop_back();
@@ -220,7 +220,7 @@ bool Task::releaseFunctionState(const OMFunctionState* state) {
     do {
         SANITY_CHECK(state);
         --fFunctionStateIndex;
-        if (!fIsTimedOut && fDeadline != 0 && Clock::now() >= fDeadline) {
+        if (! fIsTimedOut && fDeadline != 0 && Clock::now() >= fDeadline) {
             fIsTimedOut = true;
         }
         if (fIsTimedOut || state->fStep == -1) {
@@ -254,14 +254,14 @@ bool Task::setExitRequested(bool isExitRequested) {
 }
 
 void Task::setName(const std::string& name) {
-    if (!fName.empty()) {
+    if (! fName.empty()) {
         auto iter = fTaskIdsByName.find(fName);
         if (iter != fTaskIdsByName.end()) {
             fTaskIdsByName.erase(iter);
         }
     }
     fName = name;
-    if (!fName.empty()) {
+    if (! fName.empty()) {
         fTaskIdsByName[fName] = fTaskId;
     }
 }
@@ -340,7 +340,7 @@ bool Task::runActiveTasks(int64_t& availableMicroseconds) {
             std::shared_ptr<Task> task = fActiveTasks[static_cast<size_t>(i)];
             const int64_t start = Clock::now();
             budget += share;
-            if (!task->isTaskCompleted() && !task->isInTimeslice() &&
+            if (! task->isTaskCompleted() && ! task->isInTimeslice() &&
                 (fRunActiveTasksDepth <= 1 || task->getLastTimesliceEnd() < recentLimit)) {
                 task->runTimeslice(budget);
             }

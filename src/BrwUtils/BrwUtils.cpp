@@ -29,7 +29,7 @@ std::string Utils::format(const char* formatStr, ...) {
 }
 
 bool Utils::isNumeric(const std::string& str) {
-    return !str.empty() &&
+    return ! str.empty() &&
            std::all_of(str.begin(), str.end(), [](unsigned char c) { return std::isdigit(c); });
 }
 
