@@ -336,4 +336,6 @@ void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, 
     YIELDING_END;
 }
 
+// ---- streams ----
+
 } // namespace Brw

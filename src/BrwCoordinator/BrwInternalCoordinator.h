@@ -13,6 +13,8 @@
 namespace Brw {
 
 class Task;
+class InputStream;
+class OutputStream;
 
 // The process's root: one per process, reached through factory(). It owns the main task, runs the event
 // loop and holds the process-wide settings as static members.
@@ -38,6 +40,9 @@ public:
     static inline int64_t fDelayQuitMicroseconds = 10000000; // grace time before a stop
     static inline int64_t fInternalCoordinatorTimesliceMicroseconds = 10000; // main task's budget per run
     static inline int64_t fDefaultTimeoutMicroseconds = 10000000;            // default task time-out
+    static inline std::string fPrompt;             // prompt of a console at nesting level 0
+    static inline std::string fPromptContinuation; // prompt inside an unfinished statement
+    static inline int32_t fConsoleEcho = 1;        // echo mode of the console stream, 0 to 3
 
     ~InternalCoordinator() override;
 
@@ -80,6 +85,11 @@ public:
     void waitForActivity(int64_t microseconds);
     // The main task's body: one round of the coordinator per slice, until it stops.
     void timeslice_yielding(const std::shared_ptr<Task>& task, bool& success);
+
+    // The process's one input stream, made at the first call: standard input with -I, else the console.
+    std::shared_ptr<InputStream> inputStreamFactory();
+    // The process's standard output stream, made at the first call.
+    std::shared_ptr<OutputStream> outputStreamFactory();
 
     const std::shared_ptr<Task>& getMainTask() const { return fMainTask; }
     IdleBackoff& getIdleBackoff() { return fIdleBackoff; }

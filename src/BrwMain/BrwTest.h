@@ -72,6 +72,18 @@ private:
     std::string fTestName; // registry key; its order is the order of runAll
 };
 
+// Sets the log level for a scope: tests that provoke failed checks on purpose keep them off the output.
+class LogLevelScope {
+public:
+    explicit LogLevelScope(int32_t level) : fSavedLevel(Logger::getLogLevel()) { Logger::setLogLevel(level); }
+    ~LogLevelScope() { Logger::setLogLevel(fSavedLevel); }
+    LogLevelScope(const LogLevelScope&) = delete;
+    LogLevelScope& operator=(const LogLevelScope&) = delete;
+
+private:
+    int32_t fSavedLevel; // restored at the end of the scope
+};
+
 } // namespace Brw
 
 // A check of a test that says both values when it fails; it leaves the block like SANITY_CHECK.

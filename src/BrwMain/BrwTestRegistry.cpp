@@ -4,7 +4,11 @@
 
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwLoggerTest.h"
+#include "BrwCoordinator/BrwInternalCoordinatorTest.h"
 #include "BrwMain/BrwTest.h"
+#include "BrwObject/BrwObjectRegistryTest.h"
+#include "BrwTask/BrwTaskTest.h"
+#include "BrwTask/BrwYieldingTest.h"
 #include "BrwUtils/BrwUtilsTest.h"
 
 namespace Brw {
@@ -12,6 +16,12 @@ namespace Brw {
 bool TestRegistry::registerAll() {
     bool retVal = false;
     do {
+        SANITY_CHECK(Test::registerTest(std::make_shared<ObjectRegistryTest>()));
+        auto internalCoordinatorTest = std::make_shared<InternalCoordinatorTest>();
+        SANITY_CHECK(Test::registerTest(internalCoordinatorTest));
+        SANITY_CHECK(ClassTest::registerClassTest(internalCoordinatorTest));
+        SANITY_CHECK(Test::registerTest(std::make_shared<TaskTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<YieldingTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<LoggerTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<UtilsTest>()));
         retVal = true;
