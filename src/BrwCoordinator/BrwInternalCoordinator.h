@@ -111,6 +111,8 @@ private:
     std::shared_ptr<Task> fMainTask; // runs timeslice_yielding
     IdleBackoff fIdleBackoff;        // the sleep between turns of the event loop
     uint64_t fRoundCounter = 0;      // rounds of timeslice_yielding
+    std::shared_ptr<InputStream> fInputStream;   // made by inputStreamFactory
+    std::shared_ptr<OutputStream> fOutputStream; // made by outputStreamFactory
 
     static inline bool fIsVersionRequested = false; // -v: stop right after start-up
 };

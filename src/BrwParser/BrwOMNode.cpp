@@ -1,0 +1,983 @@
+#include "BrwParser/BrwOMNode.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <limits>
+
+#include "BrwLogger/BrwCheck.h"
+#include "BrwObject/BrwGUIDClass.h"
+#include "BrwParser/BrwOMExpression.h"
+#include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwOMStored.h"
+#include "BrwTask/BrwCallTask.h"
+#include "BrwTask/BrwYielding.h"
+
+namespace Brw {
+
+namespace {
+
+// The quiet NaN with the sign bit set: what a value that isn't a number converts to.
+double negativeQuietNaN() {
+    return -std::numeric_limits<double>::quiet_NaN();
+}
+
+uint64_t hashOfWord(uint64_t word) {
+    unsigned char bytes[8];
+    for (int i = 0; i < 8; ++i) {
+        bytes[i] = static_cast<unsigned char>(word >> (8 * i));
+    }
+    return FNV1aHash::hashBytes(std::string_view(reinterpret_cast<const char*>(bytes), 8));
+}
+
+} // namespace
+
+bool FunctionSignature::addLocalVariable(const std::string& localVariable) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(! localVariable.empty());
+        fLocalVariables.insert(localVariable);
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool FunctionSignature::addParameter(const std::string& parameter) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(fParameterList.empty() || ! parameter.empty());
+        fParameterList.push_back(parameter);
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+// ---- access ----
+
+void OMNode::accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                           const OMArgs& args, AccessType accessType, const std::string& attr,
+                                           NodePtr& out) {
+    // Never waits itself: GET forwards as its last act, so this needs no frame.
+    found = false;
+    if (accessType == GET) {
+        accessOMNodeReadOnlyResolved_yielding(task, found, scope, args, attr, out);
+    } else if (accessType == GET_CREATE) {
+        out = OMStored::errorFactory();
+    }
+}
+
+void OMNode::accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                           const OMArgs& args, AccessType accessType, uint64_t idx, NodePtr& out) {
+    found = false;
+    if (accessType == GET) {
+        accessOMNodeReadOnlyResolved_yielding(task, found, scope, args, idx, out);
+    } else if (accessType == GET_CREATE) {
+        out = OMStored::errorFactory();
+    }
+}
+
+void OMNode::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
+                                                   uint64_t, NodePtr& out) const {
+    found = false;
+    out = OMStored::errorFactory();
+}
+
+void OMNode::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
+                                                   const std::string&, NodePtr& out) const {
+    found = false;
+    out = OMStored::errorFactory();
+}
+
+void OMNode::accessOMNodeUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                             const OMArgs& args, AccessType accessType, const std::string& attr,
+                                             NodePtr& out) {
+    struct LocalVariableState : OMFunctionState {
+        OMArgs resolvedArgs;
+        bool argsFound = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, found = false);
+    YIELDING_CALL(resolveArgumentList_yielding(task, frame->resolvedArgs, accessType, args, frame->argsFound,
+                                               scope, RUN));
+    YIELDING_CALL(accessOMNodeResolved_yielding(task, found, scope, frame->resolvedArgs, accessType, attr, out));
+    YIELDING_END;
+}
+
+void OMNode::accessOMNodeUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                             const OMArgs& args, AccessType accessType, uint64_t idx,
+                                             NodePtr& out) {
+    struct LocalVariableState : OMFunctionState {
+        OMArgs resolvedArgs;
+        bool argsFound = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, found = false);
+    YIELDING_CALL(resolveArgumentList_yielding(task, frame->resolvedArgs, accessType, args, frame->argsFound,
+                                               scope, RUN));
+    YIELDING_CALL(accessOMNodeResolved_yielding(task, found, scope, frame->resolvedArgs, accessType, idx, out));
+    YIELDING_END;
+}
+
+void OMNode::accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                                     const OMArgs& args, const std::string& attr,
+                                                     NodePtr& out) const {
+    struct LocalVariableState : OMFunctionState {
+        OMArgs resolvedArgs;
+        bool argsFound = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, found = false);
+    YIELDING_CALL(resolveArgumentList_yielding(task, frame->resolvedArgs, GET, args, frame->argsFound, scope, RUN));
+    YIELDING_CALL(accessOMNodeReadOnlyResolved_yielding(task, found, scope, frame->resolvedArgs, attr, out));
+    YIELDING_END;
+}
+
+void OMNode::accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                                     const OMArgs& args, uint64_t idx, NodePtr& out) const {
+    struct LocalVariableState : OMFunctionState {
+        OMArgs resolvedArgs;
+        bool argsFound = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, found = false);
+    YIELDING_CALL(resolveArgumentList_yielding(task, frame->resolvedArgs, GET, args, frame->argsFound, scope, RUN));
+    YIELDING_CALL(accessOMNodeReadOnlyResolved_yielding(task, found, scope, frame->resolvedArgs, idx, out));
+    YIELDING_END;
+}
+
+bool OMNode::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType,
+                                  const std::string& attr, NodePtr& out) {
+    bool found = false;
+    CallTask::call("accessOMNodeResolvedByAttr", [&](const TaskPtr& task) {
+        accessOMNodeResolved_yielding(task, found, scope, args, accessType, attr, out);
+    });
+    return found;
+}
+
+bool OMNode::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType, uint64_t idx,
+                                  NodePtr& out) {
+    bool found = false;
+    CallTask::call("accessOMNodeResolvedByIdx", [&](const TaskPtr& task) {
+        accessOMNodeResolved_yielding(task, found, scope, args, accessType, idx, out);
+    });
+    return found;
+}
+
+bool OMNode::accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, uint64_t idx,
+                                          NodePtr& out) const {
+    bool found = false;
+    CallTask::call("accessOMNodeReadOnlyResolvedByIdx", [&](const TaskPtr& task) {
+        accessOMNodeReadOnlyResolved_yielding(task, found, scope, args, idx, out);
+    });
+    return found;
+}
+
+bool OMNode::accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, const std::string& attr,
+                                          NodePtr& out) const {
+    bool found = false;
+    CallTask::call("accessOMNodeReadOnlyResolvedByAttr", [&](const TaskPtr& task) {
+        accessOMNodeReadOnlyResolved_yielding(task, found, scope, args, attr, out);
+    });
+    return found;
+}
+
+bool OMNode::isMapEnd(const OMMap::const_iterator&) const {
+    return true;
+}
+
+bool OMNode::isArrayEnd(const OMArray::const_iterator&) const {
+    return true;
+}
+
+bool OMNode::clear() {
+    setUndefined();
+    fIsDataStructure = false;
+    fDataStructureKey.clear();
+    fDataStructureParent.reset();
+    return true;
+}
+
+IOMNode::NodePtr OMNode::clone(uint64_t) const {
+    LOG_ERROR("should be overridden");
+    return nullptr;
+}
+
+bool OMNode::cmpOp_EQ(IOMNode& other, NodeReuse reuse) {
+    NodePtr tempNode = binaryOperation(COMPARE_EQ, *this, reuse, other, KEEP_NODE);
+    VERIFY(tempNode);
+    return tempNode && tempNode->getBool();
+}
+
+bool OMNode::cmpOp_GT(IOMNode& other, NodeReuse reuse) {
+    NodePtr tempNode = binaryOperation(COMPARE_GT, *this, reuse, other, KEEP_NODE);
+    VERIFY(tempNode);
+    return tempNode && tempNode->getBool();
+}
+
+bool OMNode::cmpOp_LT(IOMNode& other, NodeReuse reuse) {
+    NodePtr tempNode = binaryOperation(COMPARE_LT, *this, reuse, other, KEEP_NODE);
+    VERIFY(tempNode);
+    return tempNode && tempNode->getBool();
+}
+
+bool OMNode::cmpOp_NE(IOMNode& other, NodeReuse reuse) {
+    NodePtr tempNode = binaryOperation(COMPARE_NE, *this, reuse, other, KEEP_NODE);
+    VERIFY(tempNode);
+    return tempNode && tempNode->getBool();
+}
+
+bool OMNode::containsIdx(uint64_t idx) const {
+    return getType() == OMType::Array && idx < getSize();
+}
+
+bool OMNode::containsAttr(const std::string& attr) const {
+    NodePtr out;
+    return getType() == OMType::Map && accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, out);
+}
+
+void OMNode::eval_yielding(const TaskPtr&, NodePtr& out, const ScopePtr&, HandleReturnValue) {
+    out = std::const_pointer_cast<IOMNode>(shared_from_this());
+}
+
+// ---- conversions ----
+
+int64_t OMNode::getAsBits() const {
+    const double number = getAsNum();
+    // Outside the range of 64 bits no double is a whole number that fits.
+    if (std::isnan(number) || number < -9.2233720368547758e18 || number >= 9.2233720368547758e18) {
+        return -1;
+    }
+    const int64_t whole = static_cast<int64_t>(std::floor(number));
+    return static_cast<double>(whole) == number ? whole : -1;
+}
+
+bool OMNode::getAsBool() const {
+    switch (getType()) {
+    case OMType::Undefined:
+    case OMType::Null:
+    case OMType::Error:
+    case OMType::NaN:
+        return false;
+    case OMType::Bool:
+        return getBool();
+    case OMType::Date:
+    case OMType::Array:
+    case OMType::Map:
+    case OMType::Expression:
+    case OMType::Function:
+    case OMType::GUID:
+        return true;
+    case OMType::Int:
+        return getInt() != 0;
+    case OMType::Float:
+        return getFloat() != 0.0;
+    case OMType::String:
+        return ! getString().empty();
+    }
+    LOG_ERROR("unexpected type");
+    return false;
+}
+
+double OMNode::getAsNum() const {
+    switch (getType()) {
+    case OMType::Bool:
+        return getBool() ? 1.0 : 0.0;
+    case OMType::Date:
+        return static_cast<double>(getDate());
+    case OMType::Int:
+        return static_cast<double>(getInt());
+    case OMType::Float:
+        return getFloat();
+    case OMType::String:
+        return OMStored::numberFromText(getString());
+    case OMType::Undefined:
+    case OMType::Null:
+    case OMType::Array:
+    case OMType::Map:
+    case OMType::Expression:
+    case OMType::Error:
+    case OMType::Function:
+    case OMType::NaN:
+    case OMType::GUID:
+        return negativeQuietNaN();
+    }
+    LOG_ERROR("unexpected type");
+    return negativeQuietNaN();
+}
+
+std::string OMNode::getAsIdentifier() const {
+    std::string retVal;
+    do {
+        if (getType() != OMType::Expression) {
+            break;
+        }
+        std::shared_ptr<OMExpression> expression = getExpression();
+        SANITY_CHECK(expression);
+        retVal = expression->getIdentifier();
+    } while (false);
+    return retVal;
+}
+
+std::string OMNode::floatToString(double value) {
+    int length = snprintf(nullptr, 0, "%f", value);
+    std::string text(static_cast<size_t>(std::max(length, 0)) + 1, '\0');
+    snprintf(text.data(), text.size(), "%f", value);
+    text.resize(static_cast<size_t>(std::max(length, 0)));
+    return text;
+}
+
+std::string OMNode::functionToString(const IOMNode& node) {
+    std::string text = "function";
+    const std::string name = node.getFunctionName();
+    if (!name.empty()) {
+        text += " " + name;
+    }
+    text += "(";
+    if (std::shared_ptr<FunctionSignature> signature = node.getFunctionSignature()) {
+        const auto& parameters = signature->getParameterList();
+        for (size_t i = 1; i < parameters.size(); ++i) {
+            text += (i > 1 ? ", " : "") + parameters[i];
+        }
+    }
+    text += "){";
+    if (std::shared_ptr<OMExpression> body = node.getExpression()) {
+        text += body->toString();
+    }
+    return text + "}";
+}
+
+std::string OMNode::getAsString() const {
+    switch (getType()) {
+    case OMType::Undefined:
+        return "undefined";
+    case OMType::Null:
+        return "null";
+    case OMType::Float:
+        return floatToString(getFloat());
+    case OMType::String:
+        return getString();
+    case OMType::Array: {
+        std::string text;
+        std::shared_ptr<IOMNodeIterator> iterator = getIterator();
+        for (bool first = true; iterator && ! iterator->isAtEnd(); ++*iterator, first = false) {
+            std::shared_ptr<OMStored> tempNode = OMStored::undefinedFactory();
+            NodePtr child = **iterator;
+            if (!child || ! tempNode->set(*child)) {
+                LOG_ERROR("SANITY_CHECK failed: 'tempNode->set(*(*arrayIterator))' evaluates to false");
+                break;
+            }
+            text += (first ? "" : ",") + tempNode->getAsString();
+        }
+        return text;
+    }
+    case OMType::Bool:
+    case OMType::Date:
+    case OMType::Int:
+    case OMType::Map:
+    case OMType::Expression:
+    case OMType::Error:
+    case OMType::Function:
+    case OMType::NaN:
+    case OMType::GUID:
+        return toString();
+    }
+    LOG_ERROR("unexpected type");
+    return std::string();
+}
+
+std::string OMNode::toString() const {
+    switch (getType()) {
+    case OMType::Undefined:
+        return "undefined";
+    case OMType::Null:
+        return "null";
+    case OMType::Bool:
+        return getBool() ? "true" : "false";
+    case OMType::Date: {
+        const time_t date = static_cast<time_t>(getDate());
+        struct tm tm {};
+        char buffer[64] = {0};
+        if (gmtime_r(&date, &tm) == nullptr) {
+            LOG_ERROR("SANITY_CHECK failed: '0 == ::gmtime_s(&tm, &date)' evaluates to false");
+            return std::string();
+        }
+        if (asctime_r(&tm, buffer) == nullptr) {
+            LOG_ERROR("SANITY_CHECK failed: '0 == ::asctime_s(buffer, sizeof(buffer), &tm)' evaluates to false");
+            return std::string();
+        }
+        return Utils::trim(buffer);
+    }
+    case OMType::Int:
+        return std::to_string(getInt());
+    case OMType::Float:
+        return floatToString(getFloat());
+    case OMType::String:
+        return "\"" + getString() + "\"";
+    case OMType::Array: {
+        std::string text = "[";
+        std::shared_ptr<IOMNodeIterator> iterator = getIterator();
+        for (bool first = true; iterator && ! iterator->isAtEnd(); ++*iterator, first = false) {
+            NodePtr child = **iterator;
+            text += (first ? "" : ", ") + (child ? child->toString() : std::string("undefined"));
+        }
+        return text + "]";
+    }
+    case OMType::Map: {
+        std::string text = "{ ";
+        bool first = true;
+        for (const std::string& key : getKeys()) {
+            NodePtr attrValue = getOMNode(key);
+            if (!attrValue) {
+                LOG_ERROR("SANITY_CHECK failed: 'attrValue' evaluates to false");
+                break;
+            }
+            text += (first ? "\"" : ", \"") + key + "\": " + attrValue->toString();
+            first = false;
+        }
+        return text + " }";
+    }
+    case OMType::Expression: {
+        std::shared_ptr<OMExpression> expression = getExpression();
+        return expression ? expression->toString() : std::string();
+    }
+    case OMType::Error:
+        return "error";
+    case OMType::Function:
+        return functionToString(*this);
+    case OMType::NaN:
+        return "NaN";
+    case OMType::GUID:
+        return getGUID() != nullptr ? getGUID()->toSectionedString() : std::string();
+    }
+    LOG_ERROR("unexpected type");
+    return std::string();
+}
+
+// ---- data-structure links ----
+
+uint64_t OMNode::getDataStructureIdx() const {
+    NodePtr parent = fDataStructureParent.lock();
+    if (!parent || parent->getType() != OMType::Array) {
+        return ~uint64_t(0);
+    }
+    if (fDataStructureKey.empty() || ! Utils::isNumeric(fDataStructureKey)) {
+        uint64_t position = 0;
+        for (auto iterator = parent->getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator, ++position) {
+            if ((**iterator).get() == this) {
+                return position;
+            }
+        }
+        return ~uint64_t(0);
+    }
+    return Utils::toUInt64(fDataStructureKey);
+}
+
+std::string OMNode::getDataStructureKey() const {
+    NodePtr parent = fDataStructureParent.lock();
+    if (!parent) {
+        return std::string();
+    }
+    if (parent->getType() == OMType::Array) {
+        return std::to_string(getDataStructureIdx());
+    }
+    if (parent->getType() != OMType::Map) {
+        return std::string();
+    }
+    NodePtr held;
+    if (!fDataStructureKey.empty() && parent->accessOMNodeReadOnlyResolved(nullptr, nullptr, fDataStructureKey, held) &&
+        held.get() == this) {
+        return fDataStructureKey;
+    }
+    // The map no longer holds this node under its key: look for it, and remember where it is.
+    for (auto iterator = parent->getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
+        if ((**iterator).get() == this) {
+            const_cast<OMNode*>(this)->fDataStructureKey = iterator->getKey();
+            return fDataStructureKey;
+        }
+    }
+    return std::string();
+}
+
+std::string OMNode::getSelector() const {
+    std::string selector = getDataStructureKey();
+    for (NodePtr parent = getDataStructureParent(); parent; parent = parent->getDataStructureParent()) {
+        selector = parent->getDataStructureKey() + "/" + selector;
+    }
+    return selector;
+}
+
+bool OMNode::setDataStructureParent(const NodePtr& parent, const std::string& key) {
+    bool retVal = false;
+    do {
+        NodePtr current = fDataStructureParent.lock();
+        if (current == parent && (parent || fDataStructureParent.expired())) {
+            if (parent) {
+                fDataStructureKey = key;
+            }
+            retVal = true;
+            break;
+        }
+        if (!parent) {
+            SANITY_CHECK(setIsDataStructure(false));
+        } else {
+            fDataStructureParent = parent;
+            fDataStructureKey = key;
+            SANITY_CHECK(setIsDataStructure(true));
+        }
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool OMNode::setIsDataStructure(bool isDataStructure) {
+    // Nodes with children keep them in line in their own override.
+    fIsDataStructure = isDataStructure;
+    if (!isDataStructure) {
+        fDataStructureParent.reset();
+    }
+    return true;
+}
+
+// ---- identity and shape ----
+
+std::string OMNode::getFunctionName() const {
+    std::shared_ptr<FunctionSignature> signature = getFunctionSignature();
+    if (!signature || signature->getParameterList().empty()) {
+        return std::string();
+    }
+    return signature->getParameterList().front();
+}
+
+GUIDClass* OMNode::getGUID() const {
+    return GUIDClass::factory(0, 0);
+}
+
+std::vector<std::string> OMNode::getKeys() const {
+    std::vector<std::string> keys;
+    if (getType() == OMType::Map) {
+        for (auto iterator = getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
+            keys.push_back(iterator->getKey());
+        }
+        std::sort(keys.begin(), keys.end());
+    }
+    return keys;
+}
+
+IOMNode::NodePtr OMNode::getOMNode(const std::string& attr) const {
+    NodePtr out;
+    if (!accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, out) || ! out) {
+        out = OMStored::errorFactory();
+    }
+    return out;
+}
+
+IOMNode::NodePtr OMNode::getOMNode(uint64_t idx) const {
+    NodePtr out;
+    if (!accessOMNodeReadOnlyResolved(nullptr, nullptr, idx, out) || ! out) {
+        out = OMStored::errorFactory();
+    }
+    return out;
+}
+
+std::shared_ptr<OMStored> OMNode::getOMStoredPtr() {
+    return std::dynamic_pointer_cast<OMStored>(shared_from_this());
+}
+
+OMType OMNode::getType(const std::string& attr) const {
+    NodePtr out;
+    return accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, out) ? typeOfNode(out) : OMType::Undefined;
+}
+
+OMType OMNode::getType(uint64_t idx) const {
+    NodePtr out;
+    return accessOMNodeReadOnlyResolved(nullptr, nullptr, idx, out) ? typeOfNode(out) : OMType::Undefined;
+}
+
+uint64_t OMNode::hash() const {
+    switch (getType()) {
+    case OMType::Undefined:
+        return 9999;
+    case OMType::Null:
+        return 9998;
+    case OMType::Bool:
+        return getBool() ? 12345 : 98765;
+    case OMType::Date:
+        return hashOfWord(static_cast<uint64_t>(getDate()));
+    case OMType::Int:
+        return hashOfWord(static_cast<uint64_t>(getInt()));
+    case OMType::Float: {
+        double value = getFloat();
+        if (value == 0.0) {
+            value = 0.0; // -0.0 hashes as +0.0
+        }
+        uint64_t bits = 0;
+        static_assert(sizeof(bits) == sizeof(value));
+        std::memcpy(&bits, &value, sizeof(bits));
+        return hashOfWord(bits);
+    }
+    case OMType::String:
+        return FNV1aHash::hashBytes(getString());
+    case OMType::Array: {
+        uint64_t hash = 0;
+        for (auto iterator = getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
+            NodePtr child = **iterator;
+            hash ^= hashOfWord(child ? child->hash() : 0);
+        }
+        return hash;
+    }
+    case OMType::Map: {
+        uint64_t hash = 9996;
+        for (auto iterator = getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
+            NodePtr child = **iterator;
+            hash ^= FNV1aHash::hashBytes(iterator->getKey()) ^ hashOfWord(child ? child->hash() : 0);
+        }
+        return hash;
+    }
+    case OMType::Expression: {
+        std::shared_ptr<OMExpression> expression = getExpression();
+        if (!expression) {
+            LOG_ERROR("SANITY_CHECK failed: 'expression' evaluates to false");
+            return 0;
+        }
+        return expression->hash();
+    }
+    case OMType::Error:
+        return 1232532227;
+    case OMType::Function: {
+        uint64_t hash = FNV1aHash::hashBytes(getFunctionName());
+        if (std::shared_ptr<FunctionSignature> signature = getFunctionSignature()) {
+            for (const std::string& parameter : signature->getParameterList()) {
+                hash = FNV1aHash::hashBytes(parameter, hash);
+            }
+        }
+        return hash;
+    }
+    case OMType::NaN:
+        return 8998;
+    case OMType::GUID: {
+        GUIDClass* guid = getGUID();
+        return guid != nullptr ? guid->get().fHigh ^ guid->get().fLow : 0;
+    }
+    }
+    return 0;
+}
+
+bool OMNode::isKeyword() const {
+    std::shared_ptr<OMExpression> expression = getType() == OMType::Expression ? getExpression() : nullptr;
+    return expression && expression->getExpressionKind() == OMExpression::KEYWORD;
+}
+
+bool OMNode::isKeyword(int32_t token) const {
+    std::shared_ptr<OMExpression> expression = getType() == OMType::Expression ? getExpression() : nullptr;
+    return expression && expression->getExpressionKind() == OMExpression::KEYWORD &&
+           expression->getToken() == token;
+}
+
+bool OMNode::isLValue() const {
+    std::shared_ptr<OMExpression> expression = getType() == OMType::Expression ? getExpression() : nullptr;
+    return expression && expression->isLValue();
+}
+
+bool OMNode::isReturnValue() const {
+    std::shared_ptr<OMExpression> expression = getType() == OMType::Expression ? getExpression() : nullptr;
+    return expression && expression->isReturnUnary();
+}
+
+bool OMNode::isResolved(ScriptPhase scriptPhase) const {
+    switch (getType()) {
+    case OMType::Array:
+    case OMType::Map: {
+        std::shared_ptr<IOMNodeIterator> iterator = getIterator();
+        if (!iterator) {
+            LOG_ERROR("SANITY_CHECK failed: 'iter' evaluates to false");
+            return false;
+        }
+        for (; ! iterator->isAtEnd(); ++*iterator) {
+            NodePtr child = **iterator;
+            if (child && ! child->isResolved(scriptPhase)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    case OMType::Expression:
+        return scriptPhase != PARSE && (isKeyword() || isReturnValue() || isLValue());
+    case OMType::Function:
+        return scriptPhase != PARSE;
+    default:
+        return true;
+    }
+}
+
+bool OMNode::isScalar() const {
+    switch (getType()) {
+    case OMType::Bool:
+    case OMType::Int:
+    case OMType::Float:
+    case OMType::String:
+    case OMType::Error:
+    case OMType::GUID:
+        return true;
+    case OMType::Undefined:
+    case OMType::Null:
+    case OMType::Date:
+    case OMType::Array:
+    case OMType::Map:
+    case OMType::Expression:
+    case OMType::Function:
+    case OMType::NaN:
+        return false;
+    }
+    LOG_ERROR("unexpected type");
+    return false;
+}
+
+// ---- assignment ----
+
+IOMNode::NodePtr OMNode::pop() {
+    LOG_ERROR("unimplemented pop()");
+    return OMStored::undefinedFactory();
+}
+
+IOMNode::NodePtr OMNode::set(const NodePtr& from) {
+    if (!from) {
+        return setUndefined() ? shared_from_this() : nullptr;
+    }
+    return set(*from);
+}
+
+IOMNode::NodePtr OMNode::set(const IOMNode& from) {
+    if (&from == this) {
+        return shared_from_this();
+    }
+    return setTo(from, 0) ? shared_from_this() : nullptr;
+}
+
+bool OMNode::setNum(double value) {
+    if (std::isnan(value)) {
+        return setNaN();
+    }
+    if (value >= -9.2233720368547758e18 && value < 9.2233720368547758e18) {
+        const OMInt whole = static_cast<OMInt>(value);
+        if (static_cast<double>(whole) == value) {
+            return set(whole);
+        }
+    }
+    return set(static_cast<OMFloat>(value));
+}
+
+bool OMNode::setTo(const IOMNode& from, uint64_t) {
+    return &from == this;
+}
+
+IOMNode::NodePtr OMNode::setSync(uint64_t idx, const NodePtr& node) {
+    NodePtr retVal;
+    do {
+        SANITY_CHECK(this != node.get());
+        NodePtr stored = node;
+        bool found = false;
+        bool ran = CallTask::call("setAndAccess", [&](const TaskPtr& task) {
+            setAndAccess_yielding(task, found, idx, stored);
+        });
+        if (ran && found) {
+            retVal = stored;
+        }
+    } while (false);
+    return retVal;
+}
+
+IOMNode::NodePtr OMNode::setSync(const std::string& attr, const NodePtr& node) {
+    NodePtr retVal;
+    do {
+        SANITY_CHECK(this != node.get());
+        NodePtr stored = node;
+        bool found = false;
+        bool ran = CallTask::call("setAndAccess", [&](const TaskPtr& task) {
+            setAndAccess_yielding(task, found, attr, stored);
+        });
+        if (ran && found) {
+            retVal = stored;
+        }
+    } while (false);
+    return retVal;
+}
+
+IOMNode::NodePtr OMNode::setSyncToCloned(uint64_t idx, const NodePtr& node) {
+    NodePtr retVal;
+    do {
+        SANITY_CHECK(this != node.get());
+        SANITY_CHECK(node);
+        retVal = setSync(idx, node->clone(0));
+    } while (false);
+    return retVal;
+}
+
+IOMNode::NodePtr OMNode::setSyncToCloned(const std::string& attr, const NodePtr& node) {
+    NodePtr retVal;
+    do {
+        SANITY_CHECK(this != node.get());
+        SANITY_CHECK(node);
+        retVal = setSync(attr, node->clone(0));
+    } while (false);
+    return retVal;
+}
+
+void OMNode::set_yielding(const TaskPtr& task, NodePtr& out, uint64_t idx, const NodePtr& fromNode) {
+    struct LocalVariableState : OMFunctionState {
+        bool success = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(this != fromNode.get());
+    SANITY_CHECK(fromNode);
+    out = fromNode->clone(0);
+    YIELDING_CALL(setAndAccess_yielding(task, frame->success, idx, out));
+    SANITY_CHECK(frame->success);
+    YIELDING_END;
+}
+
+void OMNode::set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr, const NodePtr& fromNode) {
+    struct LocalVariableState : OMFunctionState {
+        bool success = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(this != fromNode.get());
+    SANITY_CHECK(fromNode);
+    out = fromNode->clone(0);
+    YIELDING_CALL(setAndAccess_yielding(task, frame->success, attr, out));
+    SANITY_CHECK(frame->success);
+    YIELDING_END;
+}
+
+void OMNode::setAndAccess_yielding(const TaskPtr& task, bool& found, uint64_t idx, NodePtr& node) {
+    struct LocalVariableState : OMFunctionState {
+        NodePtr child;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, found = false);
+    YIELDING_CALL(accessOMNodeResolved_yielding(task, found, nullptr, nullptr, GET_CREATE, idx, frame->child));
+    if (found && frame->child) {
+        found = static_cast<bool>(frame->child->set(node));
+        node = frame->child;
+    }
+    YIELDING_END;
+}
+
+void OMNode::setAndAccess_yielding(const TaskPtr& task, bool& found, const std::string& attr, NodePtr& node) {
+    struct LocalVariableState : OMFunctionState {
+        NodePtr child;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, found = false);
+    YIELDING_CALL(accessOMNodeResolved_yielding(task, found, nullptr, nullptr, GET_CREATE, attr, frame->child));
+    if (found && frame->child) {
+        found = static_cast<bool>(frame->child->set(node));
+        node = frame->child;
+    }
+    YIELDING_END;
+}
+
+void OMNode::setAndAccess_yielding(const TaskPtr&, bool& found, NodePtr& node) {
+    found = static_cast<bool>(set(node));
+    node = shared_from_this();
+}
+
+// ---- resolution ----
+
+void OMNode::resolveArgumentList_yielding(const TaskPtr& task, OMArgs& outList, AccessType accessType,
+                                          const OMArgs& argList, bool& found, const ScopePtr& scope,
+                                          ScriptPhase scriptPhase) {
+    struct LocalVariableState : OMFunctionState {
+        size_t index = 0;
+        NodePtr resolved;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, found = false);
+    outList = std::make_shared<std::vector<NodePtr>>();
+    if (argList) {
+        outList->reserve(argList->size());
+        for (frame->index = 0; frame->index < argList->size(); ++frame->index) {
+            YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, accessType, (*argList)[frame->index], scope,
+                                                   scriptPhase, UNWRAP_RETURN_VALUE));
+            outList->push_back(frame->resolved);
+        }
+    }
+    found = true;
+    YIELDING_END;
+}
+
+void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, AccessType accessType,
+                                      const NodePtr& node, const ScopePtr& scope, ScriptPhase scriptPhase,
+                                      HandleReturnValue handleReturnValue) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<IOMNodeIterator> iterator; // over the children of a container
+        NodePtr container;                         // the copy being filled
+        NodePtr element;                           // a resolved child
+        NodePtr stored;                            // what the store gave back
+        NodePtr evaluated;                         // result of an expression
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    retVal = node;
+    SANITY_CHECK(retVal);
+    if (!scope) {
+        YIELDING_FINISH;
+    }
+    if (node->getType() == OMType::Array || node->getType() == OMType::Map) {
+        // The copy is made even when nothing in the container needed resolving.
+        frame->container = node->getType() == OMType::Array ? OMStored::arrayFactory() : OMStored::mapFactory();
+        for (frame->iterator = node->getIterator(); frame->iterator && ! frame->iterator->isAtEnd();
+             ++*frame->iterator) {
+            YIELDING_CALL(getResolvedNode_yielding(task, frame->element, accessType, **frame->iterator, scope,
+                                                   scriptPhase, UNWRAP_RETURN_VALUE));
+            if (node->getType() == OMType::Array) {
+                frame->container->push(frame->element);
+            } else {
+                YIELDING_CALL(frame->container->set_yielding(task, frame->stored, frame->iterator->getKey(),
+                                                             frame->element));
+                if (!frame->stored) {
+                    LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
+                }
+            }
+        }
+        retVal = frame->container;
+    } else if (node->getType() == OMType::Function) {
+        if (!node->getFunctionName().empty()) {
+            YIELDING_CALL(scope->set_yielding(task, frame->stored, node->getFunctionName(), node));
+        }
+    } else if (node->getType() == OMType::Expression) {
+        if (accessType == GET_CREATE || scriptPhase == PARSE) {
+            if (node->getExpression()) {
+                YIELDING_CALL(
+                    node->getExpression()->get_yielding(task, frame->evaluated, accessType, scope, scriptPhase));
+                if (frame->evaluated) {
+                    retVal = frame->evaluated;
+                }
+            }
+        } else {
+            YIELDING_CALL(node->eval_yielding(task, frame->evaluated, scope, handleReturnValue));
+            retVal = frame->evaluated;
+        }
+    }
+    SANITY_CHECK(retVal);
+    YIELDING_END;
+}
+
+IOMNode::NodePtr OMNode::unwrapReturnValue() {
+    NodePtr retVal = shared_from_this();
+    while (retVal && retVal->isReturnValue()) {
+        std::shared_ptr<OMExpression> expression = retVal->getExpression();
+        retVal = expression ? expression->getOperand() : nullptr;
+        if (!retVal) {
+            LOG_ERROR("SANITY_CHECK failed: 'retVal' evaluates to false");
+        }
+    }
+    return retVal;
+}
+
+IOMNode::NodePtr OMNode::wrapReturnValue() {
+    NodePtr retVal;
+    do {
+        std::shared_ptr<OMStored> operand = OMStored::rewrapFactory(*this);
+        SANITY_CHECK(operand);
+        std::shared_ptr<OMExpression> wrappedExpression = OMExpression::returnFactory(operand);
+        SANITY_CHECK(wrappedExpression);
+        retVal = OMStored::factory(wrappedExpression);
+    } while (false);
+    return retVal;
+}
+
+} // namespace Brw

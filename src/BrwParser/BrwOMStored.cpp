@@ -1,0 +1,1022 @@
+#include "BrwParser/BrwOMStored.h"
+
+#include <algorithm>
+
+#include "BrwLogger/BrwCheck.h"
+#include "BrwObject/BrwGUIDClass.h"
+#include "BrwParser/BrwOMExpression.h"
+#include "BrwParser/BrwOMScope.h"
+#include "BrwTask/BrwYielding.h"
+
+namespace Brw {
+
+namespace {
+
+template <class... Args>
+std::shared_ptr<OMStored> makeStored(bool (OMStored::*setter)(Args...), Args... args) {
+    std::shared_ptr<OMStored> retVal;
+    do {
+        retVal = std::make_shared<OMStored>();
+        if (!((*retVal).*setter)(args...)) {
+            retVal.reset();
+        }
+        if (!retVal) {
+            LOG_ERROR("SANITY_CHECK failed: 'retVal' evaluates to false");
+        }
+    } while (false);
+    return retVal;
+}
+
+bool isAllDigits(const std::string& text) {
+    return Utils::isNumeric(text);
+}
+
+} // namespace
+
+OMStored::OMStored() {
+    ++fOMStoredCount;
+}
+
+OMStored::~OMStored() {
+    --fOMStoredCount;
+}
+
+// ---- factories ----
+
+std::shared_ptr<OMStored> OMStored::undefinedFactory() {
+    return std::make_shared<OMStored>();
+}
+
+std::shared_ptr<OMStored> OMStored::nullFactory() {
+    return makeStored(&OMStored::setNull);
+}
+
+std::shared_ptr<OMStored> OMStored::nanFactory() {
+    return makeStored(&OMStored::setNaN);
+}
+
+std::shared_ptr<OMStored> OMStored::errorFactory() {
+    return makeStored(&OMStored::setError);
+}
+
+std::shared_ptr<OMStored> OMStored::arrayFactory() {
+    return makeStored(&OMStored::setEmptyArray);
+}
+
+std::shared_ptr<OMStored> OMStored::mapFactory() {
+    return makeStored(&OMStored::setEmptyMap);
+}
+
+std::shared_ptr<OMStored> OMStored::factory(bool value) {
+    return makeStored<bool>(&OMStored::set, value);
+}
+
+std::shared_ptr<OMStored> OMStored::factory(OMInt value) {
+    return makeStored<OMInt>(&OMStored::set, value);
+}
+
+std::shared_ptr<OMStored> OMStored::factory(OMFloat value) {
+    return makeStored<OMFloat>(&OMStored::set, value);
+}
+
+std::shared_ptr<OMStored> OMStored::factory(const char* value) {
+    return makeStored<const std::string&>(&OMStored::set, std::string(value != nullptr ? value : ""));
+}
+
+std::shared_ptr<OMStored> OMStored::factory(const std::string& value) {
+    return makeStored<const std::string&>(&OMStored::set, value);
+}
+
+std::shared_ptr<OMStored> OMStored::factory(const std::shared_ptr<OMArray>& array) {
+    return makeStored<const std::shared_ptr<OMArray>&>(&OMStored::set, array);
+}
+
+std::shared_ptr<OMStored> OMStored::factory(const std::shared_ptr<OMExpression>& expression) {
+    return makeStored<const std::shared_ptr<OMExpression>&>(&OMStored::set, expression);
+}
+
+std::shared_ptr<OMStored> OMStored::factory(const std::shared_ptr<FunctionSignature>& signature,
+                                            const std::shared_ptr<OMExpression>& expression) {
+    return makeStored<const std::shared_ptr<FunctionSignature>&, const std::shared_ptr<OMExpression>&>(
+        &OMStored::set, signature, expression);
+}
+
+std::shared_ptr<OMStored> OMStored::cloneFactory(const IOMNode& fromOMNode, uint64_t cloneNestLevel) {
+    std::shared_ptr<OMStored> retVal = undefinedFactory();
+    if (!retVal->setTo(fromOMNode, cloneNestLevel)) {
+        LOG_ERROR("SANITY_CHECK failed: 'retVal->setTo(fromOMNode, cloneNestLevel)' evaluates to false");
+        retVal.reset();
+    }
+    return retVal;
+}
+
+std::shared_ptr<OMStored> OMStored::rewrapFactory(const IOMNode& fromOMNode) {
+    if (auto* stored = dynamic_cast<const OMStored*>(&fromOMNode)) {
+        return std::const_pointer_cast<OMStored>(
+            std::dynamic_pointer_cast<const OMStored>(stored->shared_from_this()));
+    }
+    std::shared_ptr<OMStored> retVal = undefinedFactory();
+    if (!retVal->set(fromOMNode)) {
+        LOG_ERROR("SANITY_CHECK failed: 'retVal->set(fromOMNode)' evaluates to false");
+        retVal.reset();
+    }
+    return retVal;
+}
+
+// ---- setters ----
+
+bool OMStored::setUndefined() {
+    bool retVal = false;
+    do {
+        if (fType == OMType::Array) {
+            SANITY_CHECK(fArray);
+            fArray.reset();
+        } else if (fType == OMType::Map) {
+            SANITY_CHECK(fMap);
+            fMap.reset();
+        }
+        fFunctionSignature.reset();
+        fString.clear();
+        fUnion.fInt = 0;
+        fType = OMType::Undefined;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+// Every setter starts from Undefined.
+#define BRW_SET_UNDEFINED_FIRST                                                                              \
+    if (fType != OMType::Undefined && ! setUndefined()) {                                                    \
+        LOG_ERROR("SANITY_CHECK failed: 'setUndefined()' evaluates to false");                               \
+        return false;                                                                                        \
+    }
+
+bool OMStored::set(bool value) {
+    BRW_SET_UNDEFINED_FIRST
+    fUnion.fBool = value;
+    fType = OMType::Bool;
+    return true;
+}
+
+bool OMStored::set(OMInt value) {
+    BRW_SET_UNDEFINED_FIRST
+    fUnion.fInt = value;
+    fType = OMType::Int;
+    return true;
+}
+
+bool OMStored::set(OMFloat value) {
+    BRW_SET_UNDEFINED_FIRST
+    fUnion.fFloat = value;
+    fType = OMType::Float;
+    return true;
+}
+
+bool OMStored::set(const std::string& str) {
+    if (&str == &fString) {
+        return fType == OMType::String;
+    }
+    BRW_SET_UNDEFINED_FIRST
+    fString = str;
+    fType = OMType::String;
+    return true;
+}
+
+bool OMStored::set(const char* str) {
+    return set(std::string(str != nullptr ? str : ""));
+}
+
+bool OMStored::set(const std::shared_ptr<OMArray>& array) {
+    std::shared_ptr<OMArray> keep = array;
+    BRW_SET_UNDEFINED_FIRST
+    if (!keep) {
+        LOG_ERROR("SANITY_CHECK failed: 'array' evaluates to false");
+        return false;
+    }
+    fArray = keep;
+    fType = OMType::Array;
+    return true;
+}
+
+bool OMStored::set(const std::shared_ptr<OMMap>& map) {
+    std::shared_ptr<OMMap> keep = map;
+    BRW_SET_UNDEFINED_FIRST
+    if (!keep) {
+        LOG_ERROR("SANITY_CHECK failed: 'map' evaluates to false");
+        return false;
+    }
+    fMap = keep;
+    fType = OMType::Map;
+    return true;
+}
+
+bool OMStored::set(const std::shared_ptr<OMExpression>& expression) {
+    std::shared_ptr<OMExpression> keep = expression;
+    BRW_SET_UNDEFINED_FIRST
+    fExpression = keep;
+    fType = OMType::Expression;
+    return true;
+}
+
+bool OMStored::set(const std::shared_ptr<FunctionSignature>& signature,
+                   const std::shared_ptr<OMExpression>& expression) {
+    std::shared_ptr<FunctionSignature> keepSignature = signature;
+    std::shared_ptr<OMExpression> keepExpression = expression;
+    BRW_SET_UNDEFINED_FIRST
+    fFunctionSignature = keepSignature;
+    fExpression = keepExpression;
+    fType = OMType::Function;
+    return true;
+}
+
+bool OMStored::setDate(OMInt date) {
+    BRW_SET_UNDEFINED_FIRST
+    fUnion.fDate = date;
+    fType = OMType::Date;
+    return true;
+}
+
+bool OMStored::setEmptyArray() {
+    BRW_SET_UNDEFINED_FIRST
+    fArray = std::make_shared<OMArray>();
+    fType = OMType::Array;
+    return true;
+}
+
+bool OMStored::setEmptyMap() {
+    BRW_SET_UNDEFINED_FIRST
+    fMap = std::make_shared<OMMap>();
+    fType = OMType::Map;
+    return true;
+}
+
+bool OMStored::setError() {
+    BRW_SET_UNDEFINED_FIRST
+    fType = OMType::Error;
+    return true;
+}
+
+bool OMStored::setNaN() {
+    BRW_SET_UNDEFINED_FIRST
+    fType = OMType::NaN;
+    return true;
+}
+
+bool OMStored::setNull() {
+    BRW_SET_UNDEFINED_FIRST
+    fType = OMType::Null;
+    return true;
+}
+
+bool OMStored::setGUID(GUIDClass* guid) {
+    BRW_SET_UNDEFINED_FIRST
+    fUnion.fGUID = guid != nullptr ? guid : GUIDClass::factory(0, 0);
+    fType = OMType::GUID;
+    return true;
+}
+
+#undef BRW_SET_UNDEFINED_FIRST
+
+// ---- getters ----
+
+bool OMStored::getBool() const {
+    return fType == OMType::Bool && fUnion.fBool;
+}
+
+OMInt OMStored::getInt() const {
+    return fType == OMType::Int ? fUnion.fInt : 0;
+}
+
+OMFloat OMStored::getFloat() const {
+    return fType == OMType::Float ? fUnion.fFloat : 0.0;
+}
+
+OMInt OMStored::getDate() const {
+    return fType == OMType::Date ? fUnion.fDate : 0;
+}
+
+GUIDClass* OMStored::getGUID() const {
+    if (fType != OMType::GUID) {
+        return GUIDClass::factory(0, 0);
+    }
+    EXPECTED(fUnion.fGUID);
+    return fUnion.fGUID != nullptr ? fUnion.fGUID : GUIDClass::factory(0, 0);
+}
+
+std::string OMStored::getString() const {
+    return fType == OMType::String ? fString : std::string();
+}
+
+uint64_t OMStored::getSize() const {
+    if (fArray) {
+        return fArray->size();
+    }
+    return fMap ? fMap->size() : 0;
+}
+
+std::vector<std::string> OMStored::getKeys() const {
+    std::vector<std::string> keys;
+    if (fType == OMType::Map && fMap) {
+        keys.reserve(fMap->size());
+        for (const auto& [key, value] : *fMap) {
+            keys.push_back(key);
+        }
+        std::sort(keys.begin(), keys.end());
+    }
+    return keys;
+}
+
+std::shared_ptr<IOMNodeIterator> OMStored::getIterator() const {
+    return std::make_shared<OMStoredNodeIterator>(
+        std::dynamic_pointer_cast<const OMStored>(shared_from_this()));
+}
+
+std::shared_ptr<OMStored> OMStored::getOMStoredPtr() {
+    return std::dynamic_pointer_cast<OMStored>(shared_from_this());
+}
+
+bool OMStored::getArrayBegin(OMArray::const_iterator& position) const {
+    if (fType != OMType::Array || ! fArray) {
+        return false;
+    }
+    position = fArray->cbegin();
+    return true;
+}
+
+bool OMStored::getMapBegin(OMMap::const_iterator& position) const {
+    if (fType != OMType::Map || ! fMap) {
+        return false;
+    }
+    position = fMap->cbegin();
+    return true;
+}
+
+bool OMStored::isMapEnd(const OMMap::const_iterator& iterator) const {
+    return fType != OMType::Map || ! fMap || iterator == fMap->cend();
+}
+
+bool OMStored::isArrayEnd(const OMArray::const_iterator& iterator) const {
+    return fType != OMType::Array || ! fArray || iterator == fArray->cend();
+}
+
+uint32_t OMStored::getPermissions(const std::string& attr) const {
+    if (fPermissions) {
+        auto iter = fPermissions->find(attr);
+        if (iter != fPermissions->end()) {
+            return iter->second;
+        }
+    }
+    return PERMISSION_DEFAULT;
+}
+
+bool OMStored::setPermissions(const std::string& attr, uint32_t permissions) {
+    if (!fPermissions) {
+        if (permissions == PERMISSION_DEFAULT) {
+            return true;
+        }
+        fPermissions = std::make_unique<std::unordered_map<std::string, uint32_t>>();
+    }
+    if (permissions == PERMISSION_DEFAULT && fPermissions->count(attr) == 0) {
+        return true;
+    }
+    (*fPermissions)[attr] = permissions;
+    return true;
+}
+
+// ---- containers ----
+
+bool OMStored::push(const NodePtr& node) {
+    bool retVal = false;
+    do {
+        if (fType != OMType::Array) {
+            break;
+        }
+        SANITY_CHECK(fArray);
+        fArray->push_back(node);
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+IOMNode::NodePtr OMStored::pop() {
+    NodePtr retVal;
+    do {
+        if (fType != OMType::Array) {
+            break;
+        }
+        SANITY_CHECK(fArray);
+        if (!fArray->empty()) {
+            retVal = fArray->back();
+            fArray->pop_back();
+        }
+    } while (false);
+    return retVal ? retVal : undefinedFactory();
+}
+
+bool OMStored::removeIdx(uint64_t idx) {
+    if (fType == OMType::Array && fArray && idx < fArray->size()) {
+        fArray->erase(fArray->begin() + static_cast<std::ptrdiff_t>(idx));
+    }
+    return fType == OMType::Array || fType == OMType::Map;
+}
+
+bool OMStored::removeAttr(const std::string& attr) {
+    if (fType == OMType::Map && fMap) {
+        fMap->erase(attr);
+    }
+    return fType == OMType::Array || fType == OMType::Map;
+}
+
+IOMNode::NodePtr OMStored::clone(uint64_t cloneNestLevel) const {
+    return cloneFactory(*this, cloneNestLevel);
+}
+
+// ---- copying ----
+
+bool OMStored::setTo(const IOMNode& from, uint64_t cloneNestLevel) {
+    bool retVal = false;
+    do {
+        if (&from == this) {
+            retVal = true;
+            break;
+        }
+        // Assignment keeps this node's place in its own tree.
+        NodePtr parent = fDataStructureParent.lock();
+        const std::string key = fDataStructureKey;
+        clear();
+        if (parent) {
+            fDataStructureParent = parent;
+            fDataStructureKey = key;
+        }
+        fIsDataStructure = static_cast<bool>(parent) || from.isDataStructure();
+        const auto* fromStored = dynamic_cast<const OMStored*>(&from);
+        if (fromStored != nullptr && fromStored->fPermissions) {
+            fPermissions = std::make_unique<std::unordered_map<std::string, uint32_t>>(*fromStored->fPermissions);
+        }
+        bool success = false;
+        switch (from.getType()) {
+        case OMType::Undefined:
+            success = true;
+            break;
+        case OMType::Null:
+            success = setNull();
+            break;
+        case OMType::Error:
+            success = setError();
+            break;
+        case OMType::NaN:
+            success = setNaN();
+            break;
+        case OMType::Bool:
+            success = set(from.getBool());
+            break;
+        case OMType::Date:
+            success = setDate(from.getDate());
+            break;
+        case OMType::Int:
+            success = set(from.getInt());
+            break;
+        case OMType::Float:
+            success = set(from.getFloat());
+            break;
+        case OMType::String:
+            success = set(from.getString());
+            break;
+        case OMType::Expression:
+            success = set(from.getExpression());
+            break;
+        case OMType::Function:
+            success = set(from.getFunctionSignature(), from.getExpression());
+            break;
+        case OMType::Array:
+            success = copyArrayFrom(from, cloneNestLevel);
+            break;
+        case OMType::Map:
+            success = copyMapFrom(from, cloneNestLevel);
+            break;
+        default:
+            // NOTE: a GUID value can't be copied by assignment; that limit stands.
+            LOG_ERROR("unexpected type");
+            break;
+        }
+        if (!success) {
+            LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
+        }
+        retVal = success;
+    } while (false);
+    return retVal;
+}
+
+bool OMStored::copyArrayFrom(const IOMNode& from, uint64_t cloneNestLevel) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(setEmptyArray());
+        const auto* fromStored = dynamic_cast<const OMStored*>(&from);
+        if (fromStored != nullptr && ! fIsDataStructure && cloneNestLevel == 0) {
+            fArray = fromStored->fArray;
+            retVal = true;
+            break;
+        }
+        if (cloneNestLevel != 0 && cloneNestLevel != CLONE_ALL_LEVELS) {
+            --cloneNestLevel;
+        }
+        NodePtr thisNode = shared_from_this();
+        bool allOK = true;
+        for (auto iterator = from.getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
+            NodePtr copyFrom = **iterator;
+            if (!copyFrom) {
+                LOG_ERROR("SANITY_CHECK failed: 'copyFrom' evaluates to false");
+                allOK = false;
+                break;
+            }
+            NodePtr copy = cloneFactory(*copyFrom, cloneNestLevel);
+            if (copy && fIsDataStructure) {
+                copy = copy->clone(cloneNestLevel);
+                VERIFY(copy && copy->setDataStructureParent(thisNode, std::to_string(fArray->size())));
+            }
+            fArray->push_back(copy ? copy : undefinedFactory());
+        }
+        retVal = allOK;
+    } while (false);
+    return retVal;
+}
+
+bool OMStored::copyMapFrom(const IOMNode& from, uint64_t cloneNestLevel) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(setEmptyMap());
+        const auto* fromStored = dynamic_cast<const OMStored*>(&from);
+        if (fromStored != nullptr && ! fIsDataStructure && cloneNestLevel == 0) {
+            fMap = fromStored->fMap;
+            retVal = true;
+            break;
+        }
+        if (cloneNestLevel != 0 && cloneNestLevel != CLONE_ALL_LEVELS) {
+            --cloneNestLevel;
+        }
+        NodePtr thisNode = shared_from_this();
+        bool allOK = true;
+        for (auto iterator = from.getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
+            NodePtr copyFrom = **iterator;
+            const std::string key = iterator->getKey();
+            if (!copyFrom) {
+                LOG_ERROR("SANITY_CHECK failed: 'copyFrom' evaluates to false");
+                allOK = false;
+                break;
+            }
+            if ((getPermissions(key) & PERMISSION_WRITE) == 0) {
+                LOG_ERROR("not permitted -- need PERMISSION_WRITE");
+                continue;
+            }
+            NodePtr copy = cloneFactory(*copyFrom, cloneNestLevel);
+            if (copy && fIsDataStructure) {
+                copy = copy->clone(cloneNestLevel);
+                VERIFY(copy && copy->setDataStructureParent(thisNode, key));
+            }
+            (*fMap)[key] = copy ? copy : undefinedFactory();
+        }
+        retVal = allOK;
+    } while (false);
+    return retVal;
+}
+
+bool OMStored::setIsDataStructure(bool isDataStructure) {
+    fIsDataStructure = isDataStructure;
+    if (!isDataStructure) {
+        fDataStructureParent.reset();
+    }
+    if (fType != OMType::Array && fType != OMType::Map) {
+        return true;
+    }
+    NodePtr self = shared_from_this();
+    auto bringIntoLine = [&](NodePtr& subNode, const std::string& name) {
+        if (!subNode) {
+            LOG_ERROR("SANITY_CHECK failed: 'subNode' evaluates to false");
+            return false;
+        }
+        const bool isOwnChild = subNode->getDataStructureParent() == self;
+        if (!isDataStructure) {
+            if (isOwnChild) {
+                VERIFY(subNode->setIsDataStructure(false));
+            }
+            // NOTE: the link is made again right away: the children keep their place in this tree.
+            VERIFY(subNode->setDataStructureParent(self, name));
+        } else if (!isOwnChild) {
+            // A node of another tree can't hang here too: this tree gets its own copy.
+            NodePtr copy = subNode->clone(CLONE_ALL_LEVELS);
+            if (!copy) {
+                return false;
+            }
+            subNode = copy;
+            VERIFY(subNode->setDataStructureParent(self, name));
+        }
+        return true;
+    };
+    bool allOK = true;
+    if (fType == OMType::Array && fArray) {
+        for (size_t i = 0; i < fArray->size() && allOK; ++i) {
+            allOK = bringIntoLine((*fArray)[i], std::to_string(i));
+        }
+    } else if (fType == OMType::Map && fMap) {
+        for (auto& [key, subNode] : *fMap) {
+            if (!bringIntoLine(subNode, key)) {
+                allOK = false;
+                break;
+            }
+        }
+    }
+    return allOK;
+}
+
+// ---- access ----
+
+IOMNode::NodePtr OMStored::adoptChild(const NodePtr& node, const std::string& key) {
+    NodePtr child = node;
+    NodePtr thisNode = shared_from_this();
+    if (fIsDataStructure && child->getDataStructureParent() != thisNode) {
+        child = child->clone(0);
+    }
+    if (fIsDataStructure && child) {
+        if (!child->setDataStructureParent(thisNode, key)) {
+            LOG_ERROR("SANITY_CHECK failed: 'omNode->setDataStructureParent(thisNode, attr)' evaluates to false");
+        }
+    }
+    return child;
+}
+
+bool OMStored::storeInMap(const std::string& attr, NodePtr& out) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(fMap);
+        if ((getPermissions(attr) & PERMISSION_WRITE) == 0) {
+            LOG_ERROR("not permitted - need PERMISSION_WRITE");
+            break;
+        }
+        if (!out) {
+            auto iter = fMap->find(attr);
+            if (iter != fMap->end()) {
+                out = iter->second;
+            }
+        }
+        if (!out) {
+            out = undefinedFactory();
+        }
+        out = adoptChild(out, attr);
+        SANITY_CHECK(out);
+        (*fMap)[attr] = out;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+void OMStored::fillArrayUpTo(uint64_t idx) {
+    NodePtr thisNode = fIsDataStructure ? shared_from_this() : nullptr;
+    while (fArray->size() <= idx) {
+        NodePtr filler = undefinedFactory();
+        if (thisNode) {
+            VERIFY(filler->setDataStructureParent(thisNode, std::to_string(fArray->size())));
+        }
+        fArray->push_back(filler);
+    }
+}
+
+bool OMStored::storeInArray(uint64_t idx, NodePtr& out) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(fArray);
+        fillArrayUpTo(idx);
+        if (!out) {
+            out = (*fArray)[idx];
+        }
+        if (!out) {
+            out = undefinedFactory();
+        }
+        out = adoptChild(out, std::to_string(idx));
+        SANITY_CHECK(out);
+        (*fArray)[idx] = out;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool OMStored::readChild(const std::string& attr, NodePtr& out) const {
+    bool found = false;
+    do {
+        if (fType == OMType::Array) {
+            if (isAllDigits(attr)) {
+                found = readChild(Utils::toUInt64(attr), out);
+            }
+            break;
+        }
+        if (fType != OMType::Map || ! fMap) {
+            out.reset();
+            break;
+        }
+        auto iter = fMap->find(attr);
+        if (iter == fMap->end()) {
+            out.reset();
+            break;
+        }
+        out = iter->second;
+        SANITY_CHECK(out);
+        found = true;
+    } while (false);
+    return found;
+}
+
+bool OMStored::readChild(uint64_t idx, NodePtr& out) const {
+    bool found = false;
+    do {
+        if (fType != OMType::Array) {
+            break;
+        }
+        SANITY_CHECK(fArray);
+        if (idx < fArray->size()) {
+            out = (*fArray)[idx];
+            found = true;
+        }
+    } while (false);
+    return found;
+}
+
+bool OMStored::accessOMNodeReadOnlyResolved(const ScopePtr&, const OMArgs&, uint64_t idx, NodePtr& out) const {
+    return readChild(idx, out);
+}
+
+bool OMStored::accessOMNodeReadOnlyResolved(const ScopePtr&, const OMArgs&, const std::string& attr,
+                                            NodePtr& out) const {
+    return readChild(attr, out);
+}
+
+void OMStored::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
+                                                     uint64_t idx, NodePtr& out) const {
+    found = readChild(idx, out);
+}
+
+void OMStored::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
+                                                     const std::string& attr, NodePtr& out) const {
+    found = readChild(attr, out);
+}
+
+bool OMStored::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType,
+                                    const std::string& attr, NodePtr& out) {
+    bool found = false;
+    do {
+        if (args && ! args->empty()) {
+            // Arguments belong to a function-style access, one level up.
+            out.reset();
+            break;
+        }
+        if (accessType == GET) {
+            found = accessOMNodeReadOnlyResolved(scope, args, attr, out);
+            break;
+        }
+        if (accessType != SET && accessType != GET_CREATE) {
+            LOG_ERROR("unexpected accessType");
+            break;
+        }
+        if (fType == OMType::Array) {
+            found = isAllDigits(attr) && storeInArray(Utils::toUInt64(attr), out);
+        } else if (fType == OMType::Map) {
+            found = storeInMap(attr, out);
+        }
+    } while (false);
+    return found;
+}
+
+bool OMStored::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType, uint64_t idx,
+                                    NodePtr& out) {
+    bool found = false;
+    do {
+        if (args && ! args->empty()) {
+            out.reset();
+            break;
+        }
+        if (accessType == GET) {
+            found = accessOMNodeReadOnlyResolved(scope, args, idx, out);
+            break;
+        }
+        if (fType != OMType::Array) {
+            break;
+        }
+        if (accessType != SET && accessType != GET_CREATE) {
+            LOG_ERROR("unexpected accessType");
+            break;
+        }
+        found = storeInArray(idx, out);
+    } while (false);
+    return found;
+}
+
+void OMStored::accessOMNodeResolved_yielding(const TaskPtr&, bool& found, const ScopePtr& scope,
+                                             const OMArgs& args, AccessType accessType, const std::string& attr,
+                                             NodePtr& out) {
+    // A stored node never waits: the synchronous form is the whole of it.
+    found = OMStored::accessOMNodeResolved(scope, args, accessType, attr, out);
+}
+
+void OMStored::accessOMNodeResolved_yielding(const TaskPtr&, bool& found, const ScopePtr& scope,
+                                             const OMArgs& args, AccessType accessType, uint64_t idx,
+                                             NodePtr& out) {
+    found = OMStored::accessOMNodeResolved(scope, args, accessType, idx, out);
+}
+
+IOMNode::NodePtr OMStored::setSync(uint64_t idx, const NodePtr& node) {
+    NodePtr retVal;
+    do {
+        SANITY_CHECK(this != node.get());
+        NodePtr child;
+        if (OMStored::accessOMNodeResolved(nullptr, nullptr, GET_CREATE, idx, child) && child && child->set(node)) {
+            retVal = child;
+        }
+    } while (false);
+    return retVal;
+}
+
+IOMNode::NodePtr OMStored::setSync(const std::string& attr, const NodePtr& node) {
+    NodePtr retVal;
+    do {
+        SANITY_CHECK(this != node.get());
+        NodePtr child;
+        if (OMStored::accessOMNodeResolved(nullptr, nullptr, GET_CREATE, attr, child) && child && child->set(node)) {
+            retVal = child;
+        }
+    } while (false);
+    return retVal;
+}
+
+void OMStored::setAndAccess_yielding(const TaskPtr&, bool& found, uint64_t idx, NodePtr& node) {
+    NodePtr child = setSync(idx, node);
+    found = static_cast<bool>(child);
+    if (!found) {
+        LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
+    } else {
+        node = child;
+    }
+}
+
+void OMStored::setAndAccess_yielding(const TaskPtr&, bool& found, const std::string& attr, NodePtr& node) {
+    NodePtr child = setSync(attr, node);
+    found = static_cast<bool>(child);
+    if (!found) {
+        LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
+    } else {
+        node = child;
+    }
+}
+
+void OMStored::set_yielding(const TaskPtr&, NodePtr& out, uint64_t idx, const NodePtr& fromNode) {
+    do {
+        SANITY_CHECK(this != fromNode.get());
+        SANITY_CHECK(fType == OMType::Array);
+        SANITY_CHECK(fArray);
+        fillArrayUpTo(idx);
+        out = fIsDataStructure ? adoptChild(fromNode, std::to_string(idx)) : fromNode;
+        (*fArray)[idx] = out;
+    } while (false);
+}
+
+void OMStored::set_yielding(const TaskPtr&, NodePtr& out, const std::string& attr, const NodePtr& fromNode) {
+    do {
+        SANITY_CHECK(this != fromNode.get());
+        SANITY_CHECK(fType == OMType::Map);
+        SANITY_CHECK(fMap);
+        if ((getPermissions(attr) & PERMISSION_WRITE) == 0) {
+            LOG_ERROR("not permitted -- need PERMISSION_WRITE");
+            break;
+        }
+        out = fIsDataStructure ? adoptChild(fromNode, attr) : fromNode;
+        (*fMap)[attr] = out;
+    } while (false);
+}
+
+// ---- evaluation ----
+
+void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& scope,
+                             HandleReturnValue handleReturnValue) {
+    struct LocalVariableState : OMFunctionState {
+        bool isWrapped = false;                    // the value came wrapped as a return value
+        NodePtr value;                             // the unwrapped value
+        std::shared_ptr<IOMNodeIterator> iterator; // over the children of a container
+        NodePtr container;                         // the evaluated copy
+        NodePtr element;                           // an evaluated child
+        NodePtr stored;                            // what the store gave back
+    };
+    // A plain value evaluates to itself and never waits: no frame for the most common case.
+    if (fType != OMType::Array && fType != OMType::Map && fType != OMType::Expression &&
+        fType != OMType::Function && ! task->hasPendingFunctionState()) {
+        out = shared_from_this();
+        return;
+    }
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    frame->value = shared_from_this();
+    if (scope && scope->getType() != OMType::Map) {
+        scope->setEmptyMap();
+    }
+    frame->isWrapped = frame->value->isReturnValue();
+    if (frame->isWrapped) {
+        frame->value = frame->value->unwrapReturnValue();
+        SANITY_CHECK(frame->value);
+    }
+    out = frame->value;
+    if (frame->value->getType() == OMType::Array || frame->value->getType() == OMType::Map) {
+        frame->container = frame->value->getType() == OMType::Array ? arrayFactory() : mapFactory();
+        for (frame->iterator = frame->value->getIterator(); ! frame->iterator->isAtEnd(); ++*frame->iterator) {
+            YIELDING_CALL((**frame->iterator)->eval_yielding(task, frame->element, scope, UNWRAP_RETURN_VALUE));
+            if (frame->element) {
+                if (frame->value->getType() == OMType::Array) {
+                    YIELDING_CALL(frame->container->set_yielding(task, frame->stored, frame->iterator->getIdx(),
+                                                                 frame->element));
+                } else {
+                    YIELDING_CALL(frame->container->set_yielding(task, frame->stored, frame->iterator->getKey(),
+                                                                 frame->element));
+                    if (!frame->stored) {
+                        LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
+                    }
+                }
+            }
+        }
+        out = frame->container;
+    } else if (frame->value->getType() == OMType::Expression) {
+        if (frame->value->getExpression()) {
+            YIELDING_CALL(frame->value->getExpression()->get_yielding(task, out, GET, scope, RUN));
+        }
+    } else if (frame->value->getType() == OMType::Function) {
+        if (scope && ! frame->value->getFunctionName().empty()) {
+            YIELDING_CALL(scope->set_yielding(task, frame->stored, frame->value->getFunctionName(), frame->value));
+        }
+    }
+    if (out && frame->isWrapped && handleReturnValue == KEEP_RETURN_VALUE) {
+        out = out->wrapReturnValue();
+    } else if (out && handleReturnValue == UNWRAP_RETURN_VALUE) {
+        out = out->unwrapReturnValue();
+    }
+    YIELDING_END;
+}
+
+// ---- iteration ----
+
+OMStoredNodeIterator::OMStoredNodeIterator(const std::shared_ptr<const OMStored>& node) : fOMStoredNode(node) {
+    if (!fOMStoredNode) {
+        LOG_ERROR("SANITY_CHECK failed: 'fOMStoredNode' evaluates to false");
+        return;
+    }
+    if (fOMStoredNode->getType() == OMType::Array) {
+        fArray = fOMStoredNode->getArray();
+        if (fArray) {
+            fArrayFirst = fArray->cbegin();
+            fArrayPosition = fArrayFirst;
+        }
+    } else if (fOMStoredNode->getType() == OMType::Map) {
+        fMap = fOMStoredNode->getMap();
+        if (fMap) {
+            fMapPosition = fMap->cbegin();
+        }
+    }
+}
+
+bool OMStoredNodeIterator::isAtEnd() const {
+    if (fArray) {
+        return fArrayPosition == fArray->cend();
+    }
+    if (fMap) {
+        return fMapPosition == fMap->cend();
+    }
+    return true;
+}
+
+uint64_t OMStoredNodeIterator::getIdx() const {
+    return fArray ? static_cast<uint64_t>(fArrayPosition - fArrayFirst) : ~uint64_t(0);
+}
+
+std::string OMStoredNodeIterator::getKey() const {
+    if (fArray) {
+        return std::to_string(getIdx());
+    }
+    return fMap && ! isAtEnd() ? fMapPosition->first : std::string();
+}
+
+IOMNodeIterator& OMStoredNodeIterator::operator++() {
+    if (fArray && fArrayPosition != fArray->cend()) {
+        ++fArrayPosition;
+    } else if (fMap && fMapPosition != fMap->cend()) {
+        ++fMapPosition;
+    }
+    return *this;
+}
+
+std::shared_ptr<IOMNode> OMStoredNodeIterator::operator*() const {
+    if (fArray) {
+        return isAtEnd() ? nullptr : *fArrayPosition;
+    }
+    if (!fMap || isAtEnd()) {
+        return nullptr;
+    }
+    if ((fOMStoredNode->getPermissions(fMapPosition->first) & OMStored::PERMISSION_READ) == 0) {
+        // A read-protected attribute looks like an error value.
+        return OMStored::errorFactory();
+    }
+    return fMapPosition->second;
+}
+
+} // namespace Brw

@@ -1,0 +1,182 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include "BrwParser/BrwOMNode.h"
+
+namespace Brw {
+
+class InputStream;
+
+// The value that scripts hold and messages carry: one of the fourteen kinds, with a permission table per
+// attribute of a map. Arrays and maps are shared between plain variables and copied into data
+// structures. A stored node is also the parser's home: parsing into a node makes it the value of the text.
+class OMStored : public virtual OMNode {
+public:
+    using IOMNode::set;
+    using OMNode::getType;
+
+    static constexpr uint32_t PERMISSION_READ = 1;
+    static constexpr uint32_t PERMISSION_WRITE = 2;
+    static constexpr uint32_t PERMISSION_DEFAULT = 7;
+    static constexpr uint64_t CLONE_ALL_LEVELS = ~uint64_t(0);
+
+    OMStored();
+    ~OMStored() override;
+
+    static std::shared_ptr<OMStored> undefinedFactory();
+    static std::shared_ptr<OMStored> nullFactory();
+    static std::shared_ptr<OMStored> nanFactory();
+    static std::shared_ptr<OMStored> errorFactory();
+    static std::shared_ptr<OMStored> arrayFactory();
+    static std::shared_ptr<OMStored> mapFactory();
+    static std::shared_ptr<OMStored> factory(bool value);
+    static std::shared_ptr<OMStored> factory(OMInt value);
+    static std::shared_ptr<OMStored> factory(int value) { return factory(static_cast<OMInt>(value)); }
+    static std::shared_ptr<OMStored> factory(OMFloat value);
+    static std::shared_ptr<OMStored> factory(const char* value);
+    static std::shared_ptr<OMStored> factory(const std::string& value);
+    static std::shared_ptr<OMStored> factory(const std::shared_ptr<OMArray>& array);
+    static std::shared_ptr<OMStored> factory(const std::shared_ptr<OMExpression>& expression);
+    static std::shared_ptr<OMStored> factory(const std::shared_ptr<FunctionSignature>& signature,
+                                             const std::shared_ptr<OMExpression>& expression);
+    // A new node holding a copy of `from`'s value, `cloneNestLevel` container levels deep.
+    static std::shared_ptr<OMStored> cloneFactory(const IOMNode& from, uint64_t cloneNestLevel);
+    // `from` itself when it is stored; else a new stored node with its value.
+    static std::shared_ptr<OMStored> rewrapFactory(const IOMNode& from);
+    // The number a text reads as, by the script's number rules; NaN when it isn't one.
+    static double numberFromText(const std::string& text);
+    // Nodes alive now: a run that leaves none behind returns this to where it was.
+    static int64_t getOMStoredCount() { return fOMStoredCount; }
+
+    // Own operations
+    virtual std::shared_ptr<OMArray> getArray() const { return fArray; }
+    virtual bool getArrayBegin(OMArray::const_iterator& position) const;
+    virtual std::shared_ptr<OMMap> getMap() const { return fMap; }
+    virtual bool getMapBegin(OMMap::const_iterator& position) const;
+    virtual uint32_t getPermissions(const std::string& attr) const;
+    virtual bool setGUID(GUIDClass* guid);
+    virtual bool setPermissions(const std::string& attr, uint32_t permissions);
+
+    // IOMNode
+    bool accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType,
+                              const std::string& attr, NodePtr& out) override;
+    bool accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType, uint64_t idx,
+                              NodePtr& out) override;
+    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope, const OMArgs& args,
+                                       AccessType accessType, const std::string& attr, NodePtr& out) override;
+    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope, const OMArgs& args,
+                                       AccessType accessType, uint64_t idx, NodePtr& out) override;
+    bool accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, uint64_t idx,
+                                      NodePtr& out) const override;
+    bool accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, const std::string& attr,
+                                      NodePtr& out) const override;
+    void accessOMNodeReadOnlyResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                               const OMArgs& args, uint64_t idx, NodePtr& out) const override;
+    void accessOMNodeReadOnlyResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                               const OMArgs& args, const std::string& attr,
+                                               NodePtr& out) const override;
+    bool isMapEnd(const OMMap::const_iterator& iterator) const override;
+    bool isArrayEnd(const OMArray::const_iterator& iterator) const override;
+    NodePtr clone(uint64_t cloneNestLevel) const override;
+    bool removeAttr(const std::string& attr) override;
+    bool removeIdx(uint64_t idx) override;
+    void eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& scope,
+                       HandleReturnValue handleReturnValue) override;
+    bool getBool() const override;
+    OMInt getDate() const override;
+    OMFloat getFloat() const override;
+    std::shared_ptr<OMExpression> getExpression() const override { return fExpression; }
+    std::shared_ptr<FunctionSignature> getFunctionSignature() const override { return fFunctionSignature; }
+    GUIDClass* getGUID() const override;
+    OMInt getInt() const override;
+    std::vector<std::string> getKeys() const override;
+    std::shared_ptr<IOMNodeIterator> getIterator() const override;
+    std::shared_ptr<OMStored> getOMStoredPtr() override;
+    uint64_t getSize() const override;
+    std::string getString() const override;
+    OMType getType() const override { return fType; }
+    NodePtr pop() override;
+    bool push(const NodePtr& node) override;
+    bool set(const std::shared_ptr<FunctionSignature>& signature,
+             const std::shared_ptr<OMExpression>& expression) override;
+    bool set(const std::shared_ptr<OMExpression>& expression) override;
+    bool set(const std::shared_ptr<OMMap>& map) override;
+    bool set(const std::shared_ptr<OMArray>& array) override;
+    bool set(const char* str) override;
+    bool set(const std::string& str) override;
+    bool set(OMInt value) override;
+    bool set(OMFloat value) override;
+    bool set(bool value) override;
+    void set_yielding(const TaskPtr& task, NodePtr& out, uint64_t idx, const NodePtr& fromNode) override;
+    void set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr, const NodePtr& fromNode) override;
+    void setAndAccess_yielding(const TaskPtr& task, bool& found, uint64_t idx, NodePtr& node) override;
+    void setAndAccess_yielding(const TaskPtr& task, bool& found, const std::string& attr, NodePtr& node) override;
+    bool setDate(OMInt date) override;
+    bool setEmptyArray() override;
+    bool setEmptyMap() override;
+    bool setError() override;
+    bool setNaN() override;
+    bool setNull() override;
+    bool setIsDataStructure(bool isDataStructure) override;
+    bool setTo(const IOMNode& from, uint64_t cloneNestLevel) override;
+    bool setUndefined() override;
+    NodePtr setSync(uint64_t idx, const NodePtr& node) override;
+    NodePtr setSync(const std::string& attr, const NodePtr& node) override;
+
+private:
+    // The write access to a child (SET or GET_CREATE): `out` is stored, or the child there is handed out,
+    // or a new Undefined child is made; a data structure keeps its own copy.
+    bool storeInMap(const std::string& attr, NodePtr& out);
+    bool storeInArray(uint64_t idx, NodePtr& out);
+    // The child that a write stores: a node of another tree is copied into a data structure.
+    NodePtr adoptChild(const NodePtr& node, const std::string& key);
+    bool readChild(const std::string& attr, NodePtr& out) const;
+    bool readChild(uint64_t idx, NodePtr& out) const;
+    // Adds Undefined elements until `idx` is inside the array.
+    void fillArrayUpTo(uint64_t idx);
+    // Copies the children of `from` into this node's new container.
+    bool copyArrayFrom(const IOMNode& from, uint64_t cloneNestLevel);
+    bool copyMapFrom(const IOMNode& from, uint64_t cloneNestLevel);
+
+    OMType fType = OMType::Undefined; // the current kind
+    union {
+        bool fBool;
+        OMInt fInt;
+        OMFloat fFloat;
+        OMInt fDate; // seconds since the epoch, UTC
+        GUIDClass* fGUID;
+    } fUnion{};                                           // the scalar, chosen by fType
+    std::string fString;                                  // the text of a String
+    std::shared_ptr<OMArray> fArray;                      // set only for an Array
+    std::shared_ptr<OMMap> fMap;                          // set only for a Map
+    std::unique_ptr<std::unordered_map<std::string, uint32_t>> fPermissions; // attributes not at 7; made on need
+    std::shared_ptr<FunctionSignature> fFunctionSignature; // set for a Function
+    std::shared_ptr<OMExpression> fExpression;            // an Expression, or a Function's body
+
+    static inline int64_t fOMStoredCount = 0; // nodes alive now
+};
+
+// Iterates an array or a map; any other node is at its end at once.
+class OMStoredNodeIterator : public IOMNodeIterator {
+public:
+    explicit OMStoredNodeIterator(const std::shared_ptr<const OMStored>& node);
+
+    bool isAtEnd() const override;
+    uint64_t getIdx() const override;
+    std::string getKey() const override;
+    IOMNodeIterator& operator++() override;
+    std::shared_ptr<IOMNode> operator*() const override;
+
+private:
+    std::shared_ptr<const OMStored> fOMStoredNode; // the node iterated
+    std::shared_ptr<OMArray> fArray;               // its array, held while iterating
+    std::shared_ptr<OMMap> fMap;                   // its map, held while iterating
+    OMArray::const_iterator fArrayPosition;        // current element of an array
+    OMArray::const_iterator fArrayFirst;           // first element of an array
+    OMMap::const_iterator fMapPosition;            // current attribute of a map
+};
+
+} // namespace Brw

@@ -1,0 +1,32 @@
+#include "BrwTask/BrwCallTask.h"
+
+#include "BrwLogger/BrwCheck.h"
+
+namespace Brw {
+
+std::shared_ptr<CallTask> CallTask::factory(const char* name, Body body) {
+    std::shared_ptr<CallTask> retVal;
+    do {
+        auto wrapped_this = std::make_shared<CallTask>(name, std::move(body));
+        SANITY_CHECK(wrapped_this);
+        Task::registerTask(wrapped_this);
+        retVal = wrapped_this;
+    } while (false);
+    return retVal;
+}
+
+bool CallTask::call(const char* name, Body body) {
+    bool retVal = false;
+    do {
+        std::shared_ptr<CallTask> task;
+        ASSIGN(task, factory(name, std::move(body)));
+        if (!task->runToCompletion()) {
+            LOG_ERROR_F("SANITY_CHECK failed: '%s->runToCompletion()' evaluates to false", name);
+            break;
+        }
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+} // namespace Brw
