@@ -7,6 +7,7 @@
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
 #include "BrwMain/BrwTest.h"
 #include "BrwObject/BrwObjectRegistryTest.h"
+#include "BrwParser/BrwOperatorsTest.h"
 #include "BrwTask/BrwTaskTest.h"
 #include "BrwTask/BrwYieldingTest.h"
 #include "BrwUtils/BrwUtilsTest.h"
@@ -24,6 +25,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<YieldingTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<LoggerTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<UtilsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<OperatorsTest>()));
         retVal = true;
     } while (false);
     return retVal;
