@@ -7,7 +7,9 @@
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
 #include "BrwMain/BrwTest.h"
 #include "BrwObject/BrwObjectRegistryTest.h"
+#include "BrwParser/BrwAccessorTest.h"
 #include "BrwParser/BrwOperatorsTest.h"
+#include "BrwParser/BrwReferencePathTest.h"
 #include "BrwTask/BrwTaskTest.h"
 #include "BrwTask/BrwYieldingTest.h"
 #include "BrwUtils/BrwUtilsTest.h"
@@ -26,6 +28,8 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<LoggerTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<UtilsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<OperatorsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<AccessorTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ReferencePathTest>()));
         retVal = true;
     } while (false);
     return retVal;
