@@ -8,6 +8,9 @@
 #include "BrwCoordinator/BrwMainTaskTimesliceTask.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwTestRegistry.h"
+#include "BrwParser/BrwInputStreamConsole.h"
+#include "BrwParser/BrwInputStreamStdIn.h"
+#include "BrwParser/BrwOutputStreamStdOut.h"
 #include "BrwTask/BrwYielding.h"
 #include "BrwUtils/BrwClock.h"
 
@@ -336,6 +339,33 @@ void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, 
     YIELDING_END;
 }
 
-// ---- streams ----
+std::shared_ptr<InputStream> InternalCoordinator::inputStreamFactory() {
+    do {
+        if (fInputStream) {
+            break;
+        }
+        if (fReadStdIn) {
+            fInputStream = std::make_shared<InputStreamStdIn>();
+            break;
+        }
+        std::shared_ptr<InputStream> inputStream = std::make_shared<InputStreamConsole>(fConsoleEcho);
+        auto inputStreamConsole = std::dynamic_pointer_cast<InputStreamConsole>(inputStream);
+        SANITY_CHECK(inputStreamConsole);
+        fInputStream = inputStream;
+        if (fScriptFilePath.empty()) {
+            printf("Interactive Braidwell version %sb%d (%s, built at %s %s) started\n", VERSION, BUILD,
+                   BRW_ARCHITECTURE, __DATE__, __TIME__);
+            fflush(stdout);
+        }
+    } while (false);
+    return fInputStream;
+}
+
+std::shared_ptr<OutputStream> InternalCoordinator::outputStreamFactory() {
+    if (! fOutputStream) {
+        fOutputStream = std::make_shared<OutputStreamStdOut>();
+    }
+    return fOutputStream;
+}
 
 } // namespace Brw

@@ -5,6 +5,7 @@
 
 #include "BrwCoordinator/BrwInternalCoordinator.h"
 #include "BrwLogger/BrwCheck.h"
+#include "BrwParser/BrwIOStreamPrompted.h"
 #include "BrwUtils/BrwClock.h"
 
 namespace Brw {
@@ -131,13 +132,21 @@ void Task::yieldAndSleep() {
 }
 
 std::shared_ptr<InputStream> Task::getIOStream() {
-    if (fIOStream) {
-        return fIOStream;
-    }
-    if (auto parent = getParentTask()) {
-        return parent->getIOStream();
-    }
-    return fIOStream;
+    std::shared_ptr<InputStream> retVal = fIOStream;
+    do {
+        if (retVal) {
+            break;
+        }
+        if (auto parent = getParentTask()) {
+            retVal = parent->getIOStream();
+            break;
+        }
+        ASSIGN_TYPED(InternalCoordinator, internalCoordinator, InternalCoordinator::factory());
+        fIOStream = std::make_shared<IOStreamPrompted>(internalCoordinator->inputStreamFactory(),
+                                                       internalCoordinator->outputStreamFactory());
+        retVal = fIOStream;
+    } while (false);
+    return retVal;
 }
 
 std::shared_ptr<IOMNode> Task::getResult() {
@@ -284,6 +293,9 @@ bool Task::usesAsyncIO() {
     case ASYNC_IO_ON:
         return true;
     case ASYNC_IO_INHERIT:
+        if (std::dynamic_pointer_cast<IOStreamPrompted>(fIOStream)) {
+            return true;
+        }
         if (auto parent = getParentTask()) {
             return parent->usesAsyncIO();
         }

@@ -1,0 +1,83 @@
+#include "BrwParser/BrwInputStreamConsole.h"
+
+#include <unistd.h>
+
+#include "BrwLogger/BrwCheck.h"
+#include "BrwUtils/BrwTerminal.h"
+
+namespace Brw {
+
+namespace {
+
+constexpr int kEndOfTransmission = 4; // Ctrl-D
+
+} // namespace
+
+InputStreamConsole::InputStreamConsole(int32_t echoMode, int fd)
+    : fEchoMode(echoMode), fFd(fd), fIsTerminal(Terminal::isTerminal(fd)) {
+    if (fIsTerminal && fd == STDIN_FILENO) {
+        fHoldsRawInput = Terminal::enterRawInput();
+        EXPECTED(fHoldsRawInput);
+    }
+}
+
+InputStreamConsole::~InputStreamConsole() {
+    if (fHoldsRawInput) {
+        Terminal::leaveRawInput();
+    }
+}
+
+bool InputStreamConsole::next() {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(fPeekedChar >= 0);
+        ++fPos;
+        fPeekedChar = NOTHING_YET;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool InputStreamConsole::clear() {
+    if (fPeekedChar != AT_END) {
+        fPeekedChar = NOTHING_YET;
+    }
+    return true;
+}
+
+int InputStreamConsole::getChar() {
+    if (fIsAtEOF) {
+        return AT_END;
+    }
+    const int coordinatorState = coordinatorInputState();
+    if (coordinatorState != 0) {
+        if (coordinatorState == AT_END) {
+            fPeekedChar = AT_END;
+            setAtEOF();
+        }
+        return coordinatorState;
+    }
+    if (fPeekedChar != NOTHING_YET) {
+        return fPeekedChar;
+    }
+    const int readable = Terminal::pollReadable(fFd);
+    if (readable == 0) {
+        return NOTHING_YET;
+    }
+    char byte = 0;
+    const long count = readable < 0 ? -1 : Terminal::readBytes(fFd, &byte, 1);
+    if (count == -2) {
+        return NOTHING_YET;
+    }
+    // NOTE: a raw terminal hands Ctrl-D over as a character; it ends the input as it would in the
+    // terminal's own line editing.
+    if (count <= 0 || (fIsTerminal && byte == kEndOfTransmission)) {
+        fPeekedChar = AT_END;
+        setAtEOF();
+        return AT_END;
+    }
+    fPeekedChar = static_cast<unsigned char>(byte);
+    return fPeekedChar;
+}
+
+} // namespace Brw
