@@ -9,6 +9,7 @@
 #include "BrwObject/BrwObjectRegistryTest.h"
 #include "BrwParser/BrwAccessorTest.h"
 #include "BrwParser/BrwOperatorsTest.h"
+#include "BrwParser/BrwLiteralsTest.h"
 #include "BrwParser/BrwStreamTest.h"
 #include "BrwParser/BrwReferencePathTest.h"
 #include "BrwTask/BrwTaskTest.h"
@@ -29,6 +30,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<LoggerTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<UtilsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<StreamTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<LiteralsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<OperatorsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<AccessorTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ReferencePathTest>()));

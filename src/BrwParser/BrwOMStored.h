@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "BrwParser/BrwOMNode.h"
+#include "BrwParser/BrwToken.h"
 
 namespace Brw {
 
@@ -157,6 +158,60 @@ private:
     std::shared_ptr<OMExpression> fExpression;            // an Expression, or a Function's body
 
     static inline int64_t fOMStoredCount = 0; // nodes alive now
+
+    // ---- Tokens and lexical rules (BrwOMStoredLiterals.cpp) ----
+public:
+    // Fills the token tables; runs once, from a static initialiser, before anything is parsed.
+    [[nodiscard]] static bool initTokens();
+    // Enters a word into both tables; refused when the token or the text is there already.
+    [[nodiscard]] static bool defineToken(Token token, const std::string& tokenStr);
+    // The token a word is, case-sensitively; _NO_TOKEN for a plain name.
+    static Token getToken(const std::string& tokenStr);
+    // The text of a token; empty for a number that is none.
+    static std::string getTokenStr(Token token);
+    // Blank, tab, line feed and carriage return; not vertical tab or form feed.
+    static bool isWhitespace(int c);
+    // Whether `c` may stand at `position` of a name: letters, '_' and '$', and digits after the first.
+    static bool isIdentifierChar(int c, uint64_t position);
+
+    // Reads a number into this node. `base`: -3 script literal (decimal or 0x hexadecimal), -2 integer
+    // (decimal or 0x), -1 decimal number, 2 to 36 an integer of that base. The first character that
+    // doesn't fit stays unread; no number at all is NaN. False only for a bad base or stream.
+    [[nodiscard]] bool parseNum(const std::shared_ptr<InputStream>& stream, int base);
+    void parseNum_yielding(const TaskPtr& task, bool& success, const std::shared_ptr<InputStream>& stream,
+                           int base);
+
+protected:
+    // Skips whitespace, not comments: `c` is the next other character, peeked, or AT_END.
+    void skipWhitespace_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream);
+    // Peeks, waiting while nothing is there yet: `c` is a character or AT_END, never NOTHING_YET.
+    void peekChar_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream);
+    // Reads a name by the identifier rule; empty when the next character can't start one.
+    void parseName_yielding(const TaskPtr& task, std::string& name,
+                            const std::shared_ptr<InputStream>& stream);
+    // Skips whitespace, then consumes `chars`; on a mismatch the stream goes back and `success` stays false.
+    virtual void parseChars_yielding(const TaskPtr& task, bool& success,
+                                     const std::shared_ptr<InputStream>& stream, const std::string& chars);
+    // parseChars_yielding for a whole word: refused when a name character follows ("else" in "elsewhere").
+    virtual void parseKeyword_yielding(const TaskPtr& task, bool& success,
+                                       const std::shared_ptr<InputStream>& stream,
+                                       const std::string& keyword);
+    // A string literal after its opening `quote`, up to and with the closing one; this node becomes the
+    // decoded text. On failure `errorMessage` says why, for the caller to report.
+    void parseString_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
+                              const std::shared_ptr<InputStream>& stream, int quote);
+    // A here-document after `<<<`: the header line with its delimiter, then the text up to the delimiter
+    // at the start of a line; this node becomes the text. A malformed header fails with no message.
+    void parseHereDocument_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
+                                    const std::shared_ptr<InputStream>& stream);
+    // After a consumed '/': skips a line or block comment (`success`). When no comment follows, the stream
+    // stands on the '/' again, `success` is false and `errorMessage` empty.
+    void parseComment_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
+                               const std::shared_ptr<InputStream>& stream);
+
+private:
+    static std::unordered_map<Token, std::string> fTokenToStrMap;             // token to its text
+    static std::unordered_map<std::string, Token, FNV1aHash> fStrToTokenMap; // text to its token
 };
 
 // Iterates an array or a map; any other node is at its end at once.
