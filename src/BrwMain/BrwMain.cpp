@@ -7,6 +7,7 @@
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwClassTest.h"
 #include "BrwMain/BrwTest.h"
+#include "BrwParser/BrwOMScope.h"
 #include "BrwTask/BrwTask.h"
 
 namespace Brw {
@@ -94,6 +95,7 @@ bool shortStartThenStopLoop() {
 void tearDown() {
     InternalCoordinator::releaseInstance();
     Task::deregisterAll();
+    OMScope::releaseRootScope();
     Test::deregisterAll();
     ClassTest::deregisterAll();
     Object::deleteTables();

@@ -9,9 +9,11 @@
 #include "BrwObject/BrwObjectRegistryTest.h"
 #include "BrwParser/BrwAccessorTest.h"
 #include "BrwParser/BrwOperatorsTest.h"
+#include "BrwParser/BrwExpressionTest.h"
+#include "BrwParser/BrwOMStoredTest.h"
+#include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwLiteralsTest.h"
 #include "BrwParser/BrwStreamTest.h"
-#include "BrwParser/BrwReferencePathTest.h"
 #include "BrwTask/BrwTaskTest.h"
 #include "BrwTask/BrwYieldingTest.h"
 #include "BrwUtils/BrwUtilsTest.h"
@@ -25,15 +27,17 @@ bool TestRegistry::registerAll() {
         auto internalCoordinatorTest = std::make_shared<InternalCoordinatorTest>();
         SANITY_CHECK(Test::registerTest(internalCoordinatorTest));
         SANITY_CHECK(ClassTest::registerClassTest(internalCoordinatorTest));
+        SANITY_CHECK(Test::registerTest(std::make_shared<OMStoredTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ExpressionTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<TaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<YieldingTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<LoggerTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<UtilsTest>()));
-        SANITY_CHECK(Test::registerTest(std::make_shared<StreamTest>()));
-        SANITY_CHECK(Test::registerTest(std::make_shared<LiteralsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<OperatorsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<AccessorTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ReferencePathTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<StreamTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<LiteralsTest>()));
         retVal = true;
     } while (false);
     return retVal;

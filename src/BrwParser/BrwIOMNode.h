@@ -118,7 +118,7 @@ enum UnOp : int32_t {
     RETURN = 11,
 };
 
-enum TernOp : int32_t { TERNOP_NONE = 0, CONDITIONAL = 1 };
+enum TernOp : int32_t { TERNOP_NONE = 0, CONDITIONAL = 2, IF = 3 };
 
 // An input iterator over the children of one node; it doesn't own them.
 class IOMNodeIterator {

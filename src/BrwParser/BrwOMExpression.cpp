@@ -1,18 +1,194 @@
 #include "BrwParser/BrwOMExpression.h"
 
+#include "BrwLogger/BrwCheck.h"
+#include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwToken.h"
+
 namespace Brw {
+
+namespace {
+
+constexpr const char* UNKNOWN_OPERATOR_TEXT = "??";
+
+struct BinOpText {
+    const char* prefix;
+    const char* infix;
+    const char* suffix;
+};
+
+// The three printed parts of a binary operator, or null for a value that is none.
+const BinOpText* binOpText(BinOp binOp) {
+    static const BinOpText texts[] = {
+        {"", "[", "]"},     {"", " * ", ""},   {"", " / ", ""},   {"", " % ", ""},   {"", " + ", ""},
+        {"", " - ", ""},    {"", " << ", ""},  {"", " >> ", ""},  {"", " < ", ""},   {"", " <= ", ""},
+        {"", " > ", ""},    {"", " >= ", ""},  {"", " == ", ""},  {"", " === ", ""}, {"", " !== ", ""},
+        {"", " != ", ""},   {"", " & ", ""},   {"", " ^ ", ""},   {"", " | ", ""},   {"", " && ", ""},
+        {"", " || ", ""},   {nullptr, nullptr, nullptr},          {"", " = ", ""},   {"", ", ", ""},
+        {"", "; ", ""},     {nullptr, nullptr, nullptr},          {"while (", ") {", "}"},
+        {"do {", "} while (", ")"},
+    };
+    const int index = static_cast<int>(binOp) - INDEX;
+    if (index < 0 || index >= static_cast<int>(std::size(texts)) || texts[index].infix == nullptr) {
+        LOG_ERROR("unexpected binOp");
+        return nullptr;
+    }
+    return &texts[index];
+}
+
+} // namespace
 
 void OMExpression::get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                                 const std::shared_ptr<OMScope>& scope) {
     get_yielding(task, result, GET, scope, RUN);
 }
 
-} // namespace Brw
+const char* OMExpression::binOpToPrefixStr(BinOp binOp) {
+    const BinOpText* text = binOpText(binOp);
+    return text != nullptr ? text->prefix : UNKNOWN_OPERATOR_TEXT;
+}
 
-namespace Brw {
+const char* OMExpression::binOpToInfixStr(BinOp binOp) {
+    const BinOpText* text = binOpText(binOp);
+    return text != nullptr ? text->infix : UNKNOWN_OPERATOR_TEXT;
+}
 
-std::shared_ptr<OMExpression> OMExpression::returnFactory(const std::shared_ptr<IOMNode>&) {
-    return nullptr; // STUB-RETURN: replaced when the unary expression exists
+const char* OMExpression::binOpToSuffixStr(BinOp binOp) {
+    const BinOpText* text = binOpText(binOp);
+    return text != nullptr ? text->suffix : UNKNOWN_OPERATOR_TEXT;
+}
+
+const char* OMExpression::unOpToPrefixStr(UnOp unOp) {
+    switch (unOp) {
+    case PRE_DECREMENT:
+        return "--";
+    case PRE_INCREMENT:
+        return "++";
+    case POST_DECREMENT:
+    case POST_INCREMENT:
+        return "";
+    case NEGATIVE:
+        return "-";
+    case POSITIVE:
+        return "+";
+    case BOOL_NOT:
+        return "! ";
+    case BIT_NOT:
+        return "~ ";
+    case TYPEOF:
+        return "typeof ";
+    case RETURN:
+        return "return ";
+    default:
+        LOG_ERROR("unexpected unOp");
+        return UNKNOWN_OPERATOR_TEXT;
+    }
+}
+
+const char* OMExpression::unOpToSuffixStr(UnOp unOp) {
+    switch (unOp) {
+    case POST_DECREMENT:
+        return "--";
+    case POST_INCREMENT:
+        return "++";
+    case PRE_DECREMENT:
+    case PRE_INCREMENT:
+    case NEGATIVE:
+    case POSITIVE:
+    case BOOL_NOT:
+    case BIT_NOT:
+    case TYPEOF:
+    case RETURN:
+        return "";
+    default:
+        LOG_ERROR("unexpected unOp");
+        return UNKNOWN_OPERATOR_TEXT;
+    }
+}
+
+const char* OMExpression::ternOpToPrefixStr(TernOp ternOp) {
+    switch (ternOp) {
+    case CONDITIONAL:
+        return "";
+    case IF:
+        return "if (";
+    default:
+        LOG_ERROR("unexpected ternOp");
+        return UNKNOWN_OPERATOR_TEXT;
+    }
+}
+
+const char* OMExpression::ternOpToInfix1Str(TernOp ternOp) {
+    switch (ternOp) {
+    case CONDITIONAL:
+        return " ? ";
+    case IF:
+        return ") {";
+    default:
+        LOG_ERROR("unexpected ternOp");
+        return UNKNOWN_OPERATOR_TEXT;
+    }
+}
+
+const char* OMExpression::ternOpToInfix2Str(TernOp ternOp) {
+    switch (ternOp) {
+    case CONDITIONAL:
+        return " : ";
+    case IF:
+        return "} else {";
+    default:
+        LOG_ERROR("unexpected ternOp");
+        return UNKNOWN_OPERATOR_TEXT;
+    }
+}
+
+const char* OMExpression::ternOpToSuffixStr(TernOp ternOp) {
+    switch (ternOp) {
+    case CONDITIONAL:
+        return "";
+    case IF:
+        return "}";
+    default:
+        LOG_ERROR("unexpected ternOp");
+        return UNKNOWN_OPERATOR_TEXT;
+    }
+}
+
+bool OMExpression::nodesEqual(const std::shared_ptr<IOMNode>& left, const std::shared_ptr<IOMNode>& right) {
+    if (!left || ! right) {
+        return !left && ! right;
+    }
+    return left->cmpOp_EQ(*right, KEEP_NODE);
+}
+
+bool OMExpression::nodesLess(const std::shared_ptr<IOMNode>& left, const std::shared_ptr<IOMNode>& right) {
+    if (!left || ! right) {
+        return ! left && right;
+    }
+    return left->cmpOp_LT(*right, KEEP_NODE);
+}
+
+std::string OMExpression::nodeText(const std::shared_ptr<IOMNode>& node) {
+    return node ? node->toString() : std::string();
+}
+
+bool OMExpression::prepareScope(const std::shared_ptr<OMScope>& scope) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(scope);
+        if (scope->getType() != OMType::Map) {
+            SANITY_CHECK(scope->setEmptyMap());
+        }
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool OMExpression::isReturnNode(const std::shared_ptr<IOMNode>& node) {
+    return node && node->isReturnValue();
+}
+
+bool OMExpression::isBreakNode(const std::shared_ptr<IOMNode>& node) {
+    return node && node->isKeyword(_break);
 }
 
 } // namespace Brw

@@ -63,6 +63,29 @@ public:
 
     // `return operand` as an expression: how a value is wrapped to travel out of a function.
     static std::shared_ptr<OMExpression> returnFactory(const std::shared_ptr<IOMNode>& operand);
+
+    // The printed parts of the operators; "??" for a value that is no operator.
+    static const char* binOpToPrefixStr(BinOp binOp);
+    static const char* binOpToInfixStr(BinOp binOp);
+    static const char* binOpToSuffixStr(BinOp binOp);
+    static const char* unOpToPrefixStr(UnOp unOp);
+    static const char* unOpToSuffixStr(UnOp unOp);
+    static const char* ternOpToPrefixStr(TernOp ternOp);
+    static const char* ternOpToInfix1Str(TernOp ternOp);
+    static const char* ternOpToInfix2Str(TernOp ternOp);
+    static const char* ternOpToSuffixStr(TernOp ternOp);
+
+protected:
+    // Operand comparisons by value, as the comparison operators make them; null sorts first.
+    static bool nodesEqual(const std::shared_ptr<IOMNode>& left, const std::shared_ptr<IOMNode>& right);
+    static bool nodesLess(const std::shared_ptr<IOMNode>& left, const std::shared_ptr<IOMNode>& right);
+    // The text of an operand, "" for a missing one.
+    static std::string nodeText(const std::shared_ptr<IOMNode>& node);
+    // A scope that isn't a map is made one before use.
+    static bool prepareScope(const std::shared_ptr<OMScope>& scope);
+    // The signals that travel up through operands: a wrapped return value and a `break`.
+    static bool isReturnNode(const std::shared_ptr<IOMNode>& node);
+    static bool isBreakNode(const std::shared_ptr<IOMNode>& node);
 };
 
 } // namespace Brw

@@ -10,6 +10,11 @@
 #include "BrwLogger/BrwCheck.h"
 #include "BrwObject/BrwGUIDClass.h"
 #include "BrwParser/BrwOMExpression.h"
+#include "BrwParser/BrwOMExpressionBinary.h"
+#include "BrwParser/BrwOMExpressionKeyword.h"
+#include "BrwParser/BrwOMExpressionSequence.h"
+#include "BrwParser/BrwOMExpressionTernary.h"
+#include "BrwParser/BrwOMExpressionUnary.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
 #include "BrwTask/BrwCallTask.h"
@@ -978,6 +983,98 @@ IOMNode::NodePtr OMNode::wrapReturnValue() {
         retVal = OMStored::factory(wrappedExpression);
     } while (false);
     return retVal;
+}
+
+// ---- building expressions ----
+
+void OMNode::foldExpression_yielding(const TaskPtr& task, NodePtr& out, const std::shared_ptr<OMExpression>& expression) {
+    struct LocalVariableState : OMFunctionState {
+        NodePtr expressionNode;            // the new expression, held in a node
+        std::shared_ptr<OMScope> scope;    // isolated: folding sees no variables
+        NodePtr resolved;                  // what it evaluates to at parse time
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(expression);
+    ASSIGN(frame->expressionNode, OMStored::factory(expression));
+    ASSIGN(frame->scope, OMScope::factory());
+    YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, GET, frame->expressionNode, frame->scope, PARSE,
+                                           KEEP_RETURN_VALUE));
+    out = frame->resolved && frame->resolved->isResolved(PARSE) ? frame->resolved : frame->expressionNode;
+    YIELDING_END;
+}
+
+void OMNode::registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out, BinOp op, const NodePtr& node1,
+                                              const NodePtr& node2) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<OMExpression> expression;
+        NodePtr result;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(node1);
+    SANITY_CHECK(node2);
+    if (op == ASSIGN && ! node1->isLValue()) {
+        // `7 = a` and the like: nothing to assign to, and the parse fails.
+        out.reset();
+        YIELDING_FINISH;
+    }
+    if (op == COMMA || op == SEMICOLON || op == ADD) {
+        std::shared_ptr<OMExpression> expression1 = node1->getType() == OMType::Expression ? node1->getExpression() : nullptr;
+        auto sequence = std::dynamic_pointer_cast<OMExpressionSequence>(expression1);
+        if (sequence && sequence->getBinOp() == op) {
+            // The chain grows in place: no new expression.
+            SANITY_CHECK(sequence->append(node2));
+            frame->expression = sequence;
+        } else {
+            frame->expression = OMExpressionSequence::factory(op, node1, node2);
+            if (!frame->expression) {
+                LOG_ERROR("SANITY_CHECK failed: 'sequence' evaluates to false");
+                YIELDING_FINISH;
+            }
+        }
+    } else {
+        frame->expression = OMExpressionBinary::factory(op, node1, node2);
+        SANITY_CHECK(frame->expression);
+    }
+    YIELDING_CALL(foldExpression_yielding(task, frame->result, frame->expression));
+    out = frame->result;
+    YIELDING_END;
+}
+
+void OMNode::registerUnaryOperation_yielding(const TaskPtr& task, NodePtr& out, UnOp op, const NodePtr& node) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<OMExpression> expression;
+        NodePtr result;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    frame->expression = OMExpressionUnary::factory(op, node);
+    SANITY_CHECK(frame->expression);
+    YIELDING_CALL(foldExpression_yielding(task, frame->result, frame->expression));
+    out = frame->result;
+    YIELDING_END;
+}
+
+void OMNode::registerTernaryOperation_yielding(const TaskPtr& task, NodePtr& out, TernOp op, const NodePtr& node1,
+                                               const NodePtr& node2, const NodePtr& node3) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<OMExpression> expression;
+        NodePtr result;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    frame->expression = OMExpressionTernary::factory(op, node1, node2, node3);
+    if (!frame->expression) {
+        LOG_ERROR("failed to register ternary operation");
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(foldExpression_yielding(task, frame->result, frame->expression));
+    out = frame->result;
+    YIELDING_END;
+}
+
+void OMNode::registerKeywordOperation_yielding(const TaskPtr&, NodePtr& out, int32_t token) {
+    out = OMStored::factory(OMExpressionKeyword::factory(static_cast<Token>(token)));
+    if (!out) {
+        LOG_ERROR("failed to register keyword operation");
+    }
 }
 
 } // namespace Brw

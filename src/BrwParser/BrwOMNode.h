@@ -168,6 +168,16 @@ public:
                                                     NodeReuse reuse);
     static std::shared_ptr<OMStored> unaryOperation(UnOp op, IOMNode& node, NodeReuse reuse);
 
+    // The parser's way to build operations: the new expression is evaluated at once in an isolated scope,
+    // and when that gives a final value the value stands in its place: constants fold as the tree grows.
+    // `out` stays empty when the operation can't be built (an assignment to something not assignable).
+    static void registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out, BinOp op, const NodePtr& node1,
+                                                 const NodePtr& node2);
+    static void registerUnaryOperation_yielding(const TaskPtr& task, NodePtr& out, UnOp op, const NodePtr& node);
+    static void registerTernaryOperation_yielding(const TaskPtr& task, NodePtr& out, TernOp op, const NodePtr& node1,
+                                                  const NodePtr& node2, const NodePtr& node3);
+    static void registerKeywordOperation_yielding(const TaskPtr& task, NodePtr& out, int32_t token);
+
     // Turns a node that may hold expressions into a value: containers are copied with their elements
     // resolved, a named function is defined in `scope`, an expression is evaluated.
     static void getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, AccessType accessType,
@@ -189,6 +199,9 @@ protected:
     std::weak_ptr<IOMNode> fDataStructureParent; // the parent; empty for a root
 
 private:
+    // Evaluates a new expression node at parse time and gives the folded value, or the node itself.
+    static void foldExpression_yielding(const TaskPtr& task, NodePtr& out, const std::shared_ptr<OMExpression>& expression);
+
     // The type of whatever `getOMNode` gives, Undefined for nothing.
     static OMType typeOfNode(const NodePtr& node) { return node ? node->getType() : OMType::Undefined; }
 };

@@ -1,8 +1,11 @@
 #include "BrwParser/BrwOMStored.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "BrwLogger/BrwCheck.h"
+#include "BrwLogger/BrwScriptErrorLog.h"
+#include "BrwUtils/BrwStackGuard.h"
 #include "BrwObject/BrwGUIDClass.h"
 #include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwOMScope.h"
@@ -940,6 +943,10 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
     } else if (frame->value->getType() == OMType::Expression) {
         if (frame->value->getExpression()) {
             YIELDING_CALL(frame->value->getExpression()->get_yielding(task, out, GET, scope, RUN));
+            if (frame->value->isKeyword()) {
+                // A keyword has no value but itself: a `break` must reach the loop around it.
+                out = frame->value;
+            }
         }
     } else if (frame->value->getType() == OMType::Function) {
         if (scope && ! frame->value->getFunctionName().empty()) {
@@ -1017,6 +1024,132 @@ std::shared_ptr<IOMNode> OMStoredNodeIterator::operator*() const {
         return OMStored::errorFactory();
     }
     return fMapPosition->second;
+}
+
+} // namespace Brw
+
+namespace Brw {
+
+// ---- function calls ----
+
+void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bool useThis, const NodePtr& thisNode,
+                                           const OMArgs& args, const ScopePtr& scope) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<OMScope> frame;      // the call's own variables
+        std::shared_ptr<OMExpression> body;  // what runs
+        NodePtr result;                      // the body's value
+    };
+    // Counts the calls nested on the native stack now; a wait unwinds them and the resumption counts anew.
+    struct CallDepth {
+        CallDepth() { ++fCallDepth; }
+        ~CallDepth() { --fCallDepth; }
+    } callDepth;
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(scope);
+    if (fType != OMType::Function) {
+        YIELDING_FINISH;
+    }
+    if (fCallDepth > MAX_CALL_DEPTH || StackGuard::isNearlyExhausted()) {
+        // A runaway recursion ends here, with an error value that the callers pass up.
+        ScriptErrorLog::report("maximum call depth exceeded");
+        out = errorFactory();
+        YIELDING_FINISH;
+    }
+    frame->body = fExpression;
+    SANITY_CHECK(frame->body);
+    ASSIGN(frame->frame, OMScope::factory(scope, OMScope::FUNCTION_FRAME));
+    {
+        std::shared_ptr<FunctionSignature> functionSignature = fFunctionSignature;
+        SANITY_CHECK(functionSignature);
+        OMScope& callFrame = *frame->frame;
+        bool isThisPlaced = false;
+        if (useThis && thisNode) {
+            isThisPlaced = true; // "this" is bound below, after the parameters
+        }
+        size_t nextArgument = 0;
+        const std::vector<std::string>& parameters = functionSignature->getParameterList();
+        bool allOK = true;
+        for (size_t i = 1; i < parameters.size() && allOK; ++i) {
+            NodePtr value;
+            if (!isThisPlaced) {
+                // Without `useThis` a this-node is the first parameter: how a path function gets its node.
+                isThisPlaced = true;
+                value = thisNode;
+            }
+            if (!value && args && nextArgument < args->size()) {
+                value = (*args)[nextArgument++];
+            }
+            NodePtr stored;
+            bindInFrame(callFrame, parameters[i], value ? value : undefinedFactory(), stored);
+            allOK = static_cast<bool>(stored);
+        }
+        SANITY_CHECK(allOK);
+        for (const std::string& local : functionSignature->getLocalVariables()) {
+            NodePtr stored;
+            bindInFrame(callFrame, local, undefinedFactory(), stored);
+            SANITY_CHECK(stored);
+        }
+        if (thisNode) {
+            NodePtr stored;
+            bindInFrame(callFrame, "this", thisNode, stored);
+        } else if (args && ! args->empty()) {
+            NodePtr stored;
+            bindInFrame(callFrame, "this", args->front(), stored);
+        }
+        if (args && ! args->empty()) {
+            auto arguments = arrayFactory();
+            for (const NodePtr& argument : *args) {
+                arguments->push(argument);
+            }
+            NodePtr stored;
+            bindInFrame(callFrame, "arguments", arguments, stored);
+        }
+    }
+    out = undefinedFactory();
+    YIELDING_CALL(frame->body->get_yielding(task, frame->result, GET, frame->frame, RUN));
+    if (frame->result) {
+        out = frame->result->unwrapReturnValue();
+    }
+    SANITY_CHECK(out);
+    YIELDING_END;
+}
+
+void OMStored::bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value, NodePtr& stored) {
+    // Stored in the frame's own map, by value for scalars and by sharing for containers.
+    stored = value->clone(0);
+    if (stored) {
+        NodePtr kept = stored;
+        (void)callFrame.OMStored::accessOMNodeResolved(nullptr, nullptr, SET, name, kept);
+        stored = kept;
+    }
+    if (!stored) {
+        LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
+    }
+}
+
+void OMStored::functionOperation_yielding(const TaskPtr& task, NodePtr& out, const std::string& name, bool useThis,
+                                          const NodePtr& thisNode, const OMArgs& args, const ScopePtr& scope) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<OMStored> functionNodeOMStored;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(scope);
+    {
+        NodePtr functionNode;
+        if (useThis && thisNode) {
+            functionNode = thisNode->getOMNode(name);
+        }
+        if (!functionNode || functionNode->getType() == OMType::Error) {
+            functionNode = scope->getOMNode(name);
+        }
+        if (!functionNode || functionNode->getType() == OMType::Error) {
+            YIELDING_FINISH;
+        }
+        frame->functionNodeOMStored = rewrapFactory(*functionNode);
+    }
+    SANITY_CHECK(frame->functionNodeOMStored);
+    YIELDING_CALL(frame->functionNodeOMStored->callNodeAsFunction_yielding(task, out, useThis, thisNode, args, scope));
+    YIELDING_END;
 }
 
 } // namespace Brw

@@ -10,6 +10,7 @@
 namespace Brw {
 
 class InputStream;
+class OMScope;
 
 // The value that scripts hold and messages carry: one of the fourteen kinds, with a permission table per
 // attribute of a map. Arrays and maps are shared between plain variables and copied into data
@@ -23,6 +24,8 @@ public:
     static constexpr uint32_t PERMISSION_WRITE = 2;
     static constexpr uint32_t PERMISSION_DEFAULT = 7;
     static constexpr uint64_t CLONE_ALL_LEVELS = ~uint64_t(0);
+    // Script calls nested deeper than this end with the script error "maximum call depth exceeded".
+    static constexpr int64_t MAX_CALL_DEPTH = 2000;
 
     OMStored();
     ~OMStored() override;
@@ -53,6 +56,15 @@ public:
     static int64_t getOMStoredCount() { return fOMStoredCount; }
 
     // Own operations
+    // Calls this node as a script function: a new frame below `scope` with the parameters bound, the body
+    // evaluated there and a return value unwrapped. `useThis` makes `thisNode` the frame's "this";
+    // otherwise a `thisNode` is the first parameter. Nothing happens when this isn't a function.
+    virtual void callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bool useThis, const NodePtr& thisNode,
+                                             const OMArgs& args, const ScopePtr& scope);
+    // Finds the function `name` (a member of `thisNode` first when `useThis`, else in `scope`) and calls
+    // it; `out` stays empty when there is none.
+    static void functionOperation_yielding(const TaskPtr& task, NodePtr& out, const std::string& name, bool useThis,
+                                           const NodePtr& thisNode, const OMArgs& args, const ScopePtr& scope);
     virtual std::shared_ptr<OMArray> getArray() const { return fArray; }
     virtual bool getArrayBegin(OMArray::const_iterator& position) const;
     virtual std::shared_ptr<OMMap> getMap() const { return fMap; }
@@ -138,6 +150,8 @@ private:
     bool readChild(uint64_t idx, NodePtr& out) const;
     // Adds Undefined elements until `idx` is inside the array.
     void fillArrayUpTo(uint64_t idx);
+    // Binds a variable of a call's frame.
+    static void bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value, NodePtr& stored);
     // Copies the children of `from` into this node's new container.
     bool copyArrayFrom(const IOMNode& from, uint64_t cloneNestLevel);
     bool copyMapFrom(const IOMNode& from, uint64_t cloneNestLevel);
@@ -158,6 +172,7 @@ private:
     std::shared_ptr<OMExpression> fExpression;            // an Expression, or a Function's body
 
     static inline int64_t fOMStoredCount = 0; // nodes alive now
+    static inline int64_t fCallDepth = 0;     // script calls nested on the native stack now
 
     // ---- Tokens and lexical rules (BrwOMStoredLiterals.cpp) ----
 public:

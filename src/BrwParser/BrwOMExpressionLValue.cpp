@@ -1,0 +1,645 @@
+#include "BrwParser/BrwOMExpressionLValue.h"
+
+#include <array>
+
+#include "BrwLogger/BrwCheck.h"
+#include "BrwLogger/BrwScriptErrorLog.h"
+#include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwOMStored.h"
+#include "BrwTask/BrwYielding.h"
+
+namespace Brw {
+
+namespace {
+
+using NodePtr = std::shared_ptr<IOMNode>;
+
+constexpr size_t TOKEN_COUNT = 68;
+
+struct BuiltinEntry {
+    OMExpressionLValueToken::Builtin builtin = nullptr;
+    OMExpressionLValueToken::Builtin_yielding builtin_yielding = nullptr;
+};
+
+std::array<BuiltinEntry, TOKEN_COUNT>& builtinTable() {
+    static std::array<BuiltinEntry, TOKEN_COUNT> table{};
+    return table;
+}
+
+} // namespace
+
+// ---- resolution ----
+
+NodePtr OMExpressionLValueResolution::getArgument(size_t index) const {
+    const bool parentIsArgument = fThisNode && ! fThisIsNoArgument;
+    if (parentIsArgument) {
+        if (index == 0) {
+            return fThisNode;
+        }
+        --index;
+    }
+    if (fResolvedArgumentList && index < fResolvedArgumentList->size() && (*fResolvedArgumentList)[index]) {
+        return (*fResolvedArgumentList)[index];
+    }
+    return OMStored::undefinedFactory();
+}
+
+size_t OMExpressionLValueResolution::getArgumentCount() const {
+    const size_t written = fResolvedArgumentList ? fResolvedArgumentList->size() : 0;
+    return written + (fThisNode && ! fThisIsNoArgument ? 1 : 0);
+}
+
+bool OMExpressionLValueResolution::setThisNode(const NodePtr& thisNode) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(thisNode);
+        if (thisNode->getType() == OMType::Expression) {
+            SANITY_CHECK(thisNode->getExpression());
+        }
+        fThisNode = thisNode;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+// ---- base ----
+
+std::shared_ptr<OMExpressionLValue> OMExpressionLValue::factory(const NodePtr& parent, const NodePtr& indexExpression,
+                                                                const OMArgs& argumentList) {
+    std::shared_ptr<OMExpressionLValue> retVal;
+    do {
+        SANITY_CHECK(indexExpression);
+        retVal = std::make_shared<OMExpressionLValueIndexByExpression>(parent, indexExpression, argumentList);
+    } while (false);
+    return retVal;
+}
+
+void OMExpressionLValue::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
+                                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) {
+    struct LocalVariableState : OMFunctionState {
+        NodePtr noNewValue; // reading: nothing to write
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    YIELDING_CALL(get_yielding(task, result, accessType, scope, phase, frame->noNewValue));
+    YIELDING_END;
+}
+
+void OMExpressionLValue::set_yielding(const std::shared_ptr<Task>& task, bool& success, NodePtr& value,
+                                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) {
+    struct LocalVariableState : OMFunctionState {
+        NodePtr targetedNode;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, success = false);
+    YIELDING_CALL(get_yielding(task, frame->targetedNode, SET, scope, phase, value));
+    SANITY_CHECK(frame->targetedNode);
+    value = frame->targetedNode;
+    success = true;
+    YIELDING_END;
+}
+
+void OMExpressionLValue::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
+                                          const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                                          OMExpressionLValueResolution& resolution) {
+    struct LocalVariableState : OMFunctionState {
+        bool argumentsFound = false;
+        NodePtr parent;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
+    resolution = OMExpressionLValueResolution();
+    if (phase == PARSE) {
+        // A left value is never resolved while the tree is built.
+        YIELDING_FINISH;
+    }
+    SANITY_CHECK(prepareScope(scope));
+    if (!fParent && ! fUnresolvedArgumentList && isResolvableWithoutParentAndArguments()) {
+        resolved = true;
+        YIELDING_FINISH;
+    }
+    if (fUnresolvedArgumentList) {
+        YIELDING_CALL(OMNode::resolveArgumentList_yielding(task, resolution.fResolvedArgumentList, GET,
+                                                           fUnresolvedArgumentList, frame->argumentsFound, scope,
+                                                           phase));
+        for (const NodePtr& argument : *resolution.fResolvedArgumentList) {
+            if (!argument || ! argument->isResolved(phase)) {
+                YIELDING_FINISH;
+            }
+        }
+    }
+    if (!fParent) {
+        resolved = true;
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->parent, accessType, fParent, scope, phase,
+                                                   UNWRAP_RETURN_VALUE));
+    SANITY_CHECK(frame->parent);
+    if (!frame->parent->isResolved(phase)) {
+        YIELDING_FINISH;
+    }
+    SANITY_CHECK(resolution.setThisNode(frame->parent));
+    if (fUnresolvedArgumentList && frame->parent->getType() == OMType::Map) {
+        // A function member of a map is its method: the map is `this`, not argument 0.
+        const std::string memberName = getMemberName();
+        if (!memberName.empty() && frame->parent->getType(memberName) == OMType::Function) {
+            resolution.setThisIsNoArgument(true);
+        }
+    }
+    resolved = true;
+    YIELDING_END;
+}
+
+bool OMExpressionLValue::setArgumentList(const OMArgs& unresolvedArgumentList) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(unresolvedArgumentList);
+        fUnresolvedArgumentList = unresolvedArgumentList;
+        fHash = 0;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool OMExpressionLValue::compareArgumentListEqual(const OMExpressionLValue& other) const {
+    if (!nodesEqual(fParent, other.fParent)) {
+        return false;
+    }
+    if (!fUnresolvedArgumentList || ! other.fUnresolvedArgumentList) {
+        return ! fUnresolvedArgumentList && ! other.fUnresolvedArgumentList;
+    }
+    if (fUnresolvedArgumentList->size() != other.fUnresolvedArgumentList->size()) {
+        return false;
+    }
+    for (size_t i = 0; i < fUnresolvedArgumentList->size(); ++i) {
+        if (!nodesEqual((*fUnresolvedArgumentList)[i], (*other.fUnresolvedArgumentList)[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool OMExpressionLValue::compareArgumentListLess(const OMExpressionLValue& other) const {
+    if (nodesLess(fParent, other.fParent)) {
+        return true;
+    }
+    if (nodesLess(other.fParent, fParent)) {
+        return false;
+    }
+    if (!fUnresolvedArgumentList || ! other.fUnresolvedArgumentList) {
+        // A missing list sorts before any list.
+        return ! fUnresolvedArgumentList && other.fUnresolvedArgumentList;
+    }
+    const size_t count = std::min(fUnresolvedArgumentList->size(), other.fUnresolvedArgumentList->size());
+    for (size_t i = 0; i < count; ++i) {
+        if (nodesLess((*fUnresolvedArgumentList)[i], (*other.fUnresolvedArgumentList)[i])) {
+            return true;
+        }
+        if (nodesLess((*other.fUnresolvedArgumentList)[i], (*fUnresolvedArgumentList)[i])) {
+            return false;
+        }
+    }
+    return fUnresolvedArgumentList->size() < other.fUnresolvedArgumentList->size();
+}
+
+bool OMExpressionLValue::operator==(const OMExpression& other) const {
+    if (getExpressionKind() != other.getExpressionKind()) {
+        return false;
+    }
+    const auto& otherLValue = dynamic_cast<const OMExpressionLValue&>(other);
+    return ownFieldEqual(otherLValue) && compareArgumentListEqual(otherLValue);
+}
+
+bool OMExpressionLValue::operator<(const OMExpression& other) const {
+    if (getExpressionKind() != other.getExpressionKind()) {
+        return getExpressionKind() < other.getExpressionKind();
+    }
+    const auto& otherLValue = dynamic_cast<const OMExpressionLValue&>(other);
+    if (ownFieldLess(otherLValue)) {
+        return true;
+    }
+    if (otherLValue.ownFieldLess(*this)) {
+        return false;
+    }
+    return compareArgumentListLess(otherLValue);
+}
+
+uint64_t OMExpressionLValue::parentAndArgumentHash() const {
+    uint64_t sum = fParent ? fParent->hash() : 0;
+    if (fUnresolvedArgumentList) {
+        for (const NodePtr& argument : *fUnresolvedArgumentList) {
+            sum += argument ? argument->hash() : 0;
+        }
+    }
+    return sum;
+}
+
+std::string OMExpressionLValue::parentText() const {
+    return fParent ? fParent->toString() : std::string();
+}
+
+std::string OMExpressionLValue::argumentListText() const {
+    if (!fUnresolvedArgumentList) {
+        return std::string();
+    }
+    std::string text = "(";
+    for (size_t i = 0; i < fUnresolvedArgumentList->size(); ++i) {
+        text += (i > 0 ? ", " : "") + nodeText((*fUnresolvedArgumentList)[i]);
+    }
+    return text + ")";
+}
+
+NodePtr OMExpressionLValue::reportUnreachable(const char* scriptError) {
+    ScriptErrorLog::report(scriptError);
+    NodePtr retVal = OMStored::undefinedFactory();
+    VERIFY(retVal->setError());
+    return retVal;
+}
+
+// ---- call ----
+
+void OMExpressionLValueCall::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
+                                          const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                                          NodePtr& optionalNewValue) {
+    struct LocalVariableState : OMFunctionState {
+        OMExpressionLValueResolution resolution;
+        bool resolved = false;
+        bool success = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(fParent);
+    SANITY_CHECK(fUnresolvedArgumentList);
+    if (phase == PARSE) {
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
+    if (!frame->resolved) {
+        YIELDING_FINISH;
+    }
+    if (frame->resolution.getThisNode()->getType() != OMType::Function) {
+        // Calling something that is no function gives it unchanged.
+        result = frame->resolution.getThisNode();
+    } else {
+        SANITY_CHECK(frame->resolution.fResolvedArgumentList);
+        SANITY_CHECK(frame->resolution.getThisNode()->getOMStoredPtr());
+        // NOTE: the callee itself is not handed in as a this-node: it would become the first parameter.
+        YIELDING_CALL(frame->resolution.getThisNode()->getOMStoredPtr()->callNodeAsFunction_yielding(
+            task, result, false, nullptr, frame->resolution.fResolvedArgumentList, scope));
+    }
+    if (optionalNewValue && result) {
+        // `f(x) = y` writes to the node that f(x) returned.
+        YIELDING_CALL(result->setAndAccess_yielding(task, frame->success, optionalNewValue));
+        SANITY_CHECK(frame->success);
+    }
+    YIELDING_END;
+}
+
+uint64_t OMExpressionLValueCall::hash() const {
+    if (fHash == 0) {
+        fHash = 1632612 + parentAndArgumentHash() + 1112222233;
+    }
+    return fHash;
+}
+
+std::string OMExpressionLValueCall::toString() const {
+    if (!fParent) {
+        LOG_ERROR("SANITY_CHECK failed: 'fParent' evaluates to false");
+        return std::string();
+    }
+    return parentText() + (fUnresolvedArgumentList ? argumentListText() : std::string("()"));
+}
+
+// ---- element access ----
+
+namespace {
+
+// Reads or writes one element of `parent`: by number or by name, as the access asks.
+template <class Key>
+void accessElement_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
+                            const std::shared_ptr<OMScope>& scope, ScriptPhase phase, const NodePtr& parent,
+                            const Key& key, NodePtr& optionalNewValue) {
+    struct LocalVariableState : OMFunctionState {
+        bool found = false;
+        bool success = false;
+        NodePtr element;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    if (accessType == GET) {
+        YIELDING_CALL(parent->accessOMNodeReadOnlyResolved_yielding(task, frame->found, scope, nullptr, key,
+                                                                    frame->element));
+    } else {
+        YIELDING_CALL(parent->accessOMNodeResolved_yielding(task, frame->found, scope, nullptr, accessType, key,
+                                                            frame->element));
+    }
+    if (!frame->found || ! frame->element) {
+        result = phase == RUN ? OMExpressionLValue::unreachable("cannot access index") : nullptr;
+        YIELDING_FINISH;
+    }
+    result = frame->element;
+    if (optionalNewValue) {
+        frame->element = optionalNewValue;
+        YIELDING_CALL(result->setAndAccess_yielding(task, frame->success, frame->element));
+        SANITY_CHECK(frame->success);
+    }
+    YIELDING_END;
+}
+
+} // namespace
+
+NodePtr OMExpressionLValue::unreachable(const char* scriptError) {
+    return reportUnreachable(scriptError);
+}
+
+void OMExpressionLValueIndex::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
+                                           const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                                           NodePtr& optionalNewValue) {
+    struct LocalVariableState : OMFunctionState {
+        OMExpressionLValueResolution resolution;
+        bool resolved = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(fParent);
+    SANITY_CHECK(prepareScope(scope));
+    if (phase == PARSE) {
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
+    if (!frame->resolved) {
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(accessElement_yielding(task, result, accessType, scope, phase, frame->resolution.getThisNode(), fIndex,
+                                         optionalNewValue));
+    YIELDING_END;
+}
+
+uint64_t OMExpressionLValueIndex::hash() const {
+    if (fHash == 0) {
+        fHash = fIndex * 7 + parentAndArgumentHash() + 1112222233;
+    }
+    return fHash;
+}
+
+std::string OMExpressionLValueIndex::toString() const {
+    return parentText() + "[" + std::to_string(fIndex) + "]" + argumentListText();
+}
+
+bool OMExpressionLValueIndex::ownFieldEqual(const OMExpressionLValue& other) const {
+    return fIndex == dynamic_cast<const OMExpressionLValueIndex&>(other).fIndex;
+}
+
+bool OMExpressionLValueIndex::ownFieldLess(const OMExpressionLValue& other) const {
+    return fIndex < dynamic_cast<const OMExpressionLValueIndex&>(other).fIndex;
+}
+
+void OMExpressionLValueIndexByExpression::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                                       AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                       ScriptPhase phase, NodePtr& optionalNewValue) {
+    struct LocalVariableState : OMFunctionState {
+        NodePtr index;
+        OMExpressionLValueResolution resolution;
+        bool resolved = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(fParent);
+    SANITY_CHECK(prepareScope(scope));
+    if (phase == PARSE) {
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->index, GET, fIndexExpression, scope, phase,
+                                                   UNWRAP_RETURN_VALUE));
+    if (!frame->index) {
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
+    if (!frame->resolved) {
+        YIELDING_FINISH;
+    }
+    if (frame->index->getType() == OMType::Int && frame->index->getInt() >= 0) {
+        YIELDING_CALL(accessElement_yielding(task, result, accessType, scope, phase, frame->resolution.getThisNode(),
+                                             static_cast<uint64_t>(frame->index->getInt()), optionalNewValue));
+    } else {
+        // NOTE: anything but a whole number names a member by its text: a[-1] is the member "-1".
+        YIELDING_CALL(accessElement_yielding(task, result, accessType, scope, phase, frame->resolution.getThisNode(),
+                                             frame->index->getAsString(), optionalNewValue));
+    }
+    YIELDING_END;
+}
+
+uint64_t OMExpressionLValueIndexByExpression::hash() const {
+    if (fHash == 0) {
+        fHash = (fIndexExpression ? fIndexExpression->hash() : 0) * 11 + parentAndArgumentHash() + 3443422;
+    }
+    return fHash;
+}
+
+std::string OMExpressionLValueIndexByExpression::toString() const {
+    if (!fParent || ! fIndexExpression) {
+        LOG_ERROR("SANITY_CHECK failed: 'fParent && fIndexExpression' evaluates to false");
+        return std::string();
+    }
+    return parentText() + "[" + fIndexExpression->toString() + "]" + argumentListText();
+}
+
+bool OMExpressionLValueIndexByExpression::ownFieldEqual(const OMExpressionLValue& other) const {
+    return nodesEqual(fIndexExpression, dynamic_cast<const OMExpressionLValueIndexByExpression&>(other).fIndexExpression);
+}
+
+bool OMExpressionLValueIndexByExpression::ownFieldLess(const OMExpressionLValue& other) const {
+    return nodesLess(fIndexExpression, dynamic_cast<const OMExpressionLValueIndexByExpression&>(other).fIndexExpression);
+}
+
+// ---- built-ins ----
+
+void OMExpressionLValueToken::registerBuiltin(Token token, Builtin builtin, Builtin_yielding builtin_yielding) {
+    if (token >= 0 && static_cast<size_t>(token) < TOKEN_COUNT) {
+        builtinTable()[static_cast<size_t>(token)] = BuiltinEntry{builtin, builtin_yielding};
+    }
+}
+
+void OMExpressionLValueToken::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
+                                           const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                                           NodePtr& optionalNewValue) {
+    struct LocalVariableState : OMFunctionState {
+        OMExpressionLValueResolution resolution;
+        bool resolved = false;
+        bool success = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    if (phase == PARSE) {
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
+    if (!frame->resolved) {
+        YIELDING_FINISH;
+    }
+    if (frame->resolution.fThisIsNoArgument) {
+        // The parent map has a method of this name: it wins over the built-in.
+        YIELDING_CALL(OMStored::functionOperation_yielding(task, result, getMemberName(), true,
+                                                           frame->resolution.getThisNode(),
+                                                           frame->resolution.fResolvedArgumentList, scope));
+        YIELDING_FINISH;
+    }
+    if (fToken >= 0 && static_cast<size_t>(fToken) < TOKEN_COUNT &&
+        builtinTable()[static_cast<size_t>(fToken)].builtin_yielding != nullptr) {
+        YIELDING_CALL(builtinTable()[static_cast<size_t>(fToken)].builtin_yielding(task, result, accessType, scope,
+                                                                                   frame->resolution));
+    } else if (fToken >= 0 && static_cast<size_t>(fToken) < TOKEN_COUNT &&
+               builtinTable()[static_cast<size_t>(fToken)].builtin != nullptr) {
+        result = builtinTable()[static_cast<size_t>(fToken)].builtin(accessType, scope, frame->resolution);
+    } else {
+        LOG_ERROR("unexpected token");
+        result = OMStored::errorFactory();
+        YIELDING_FINISH;
+    }
+    if (optionalNewValue && result) {
+        YIELDING_CALL(result->setAndAccess_yielding(task, frame->success, optionalNewValue));
+        SANITY_CHECK(frame->success);
+    }
+    YIELDING_END;
+}
+
+std::string OMExpressionLValueToken::getMemberName() const {
+    return OMStored::getTokenStr(fToken);
+}
+
+std::string OMExpressionLValueToken::getIdentifier() const {
+    return fParent || fUnresolvedArgumentList ? std::string() : OMStored::getTokenStr(fToken);
+}
+
+uint64_t OMExpressionLValueToken::hash() const {
+    if (fHash == 0) {
+        if (fToken == _NO_TOKEN) {
+            LOG_ERROR("SANITY_CHECK failed: 'fToken != Token::_none' evaluates to false");
+            return 0;
+        }
+        fHash = static_cast<uint64_t>(static_cast<int64_t>(fToken)) * 52441 + parentAndArgumentHash() + 112118899;
+    }
+    return fHash;
+}
+
+std::string OMExpressionLValueToken::toString() const {
+    return parentText() + (fParent ? "." : "") + OMStored::getTokenStr(fToken) + argumentListText();
+}
+
+bool OMExpressionLValueToken::ownFieldEqual(const OMExpressionLValue& other) const {
+    return fToken == dynamic_cast<const OMExpressionLValueToken&>(other).fToken;
+}
+
+bool OMExpressionLValueToken::ownFieldLess(const OMExpressionLValue& other) const {
+    return fToken < dynamic_cast<const OMExpressionLValueToken&>(other).fToken;
+}
+
+// ---- names ----
+
+void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
+                                         const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                                         NodePtr& optionalNewValue) {
+    struct LocalVariableState : OMFunctionState {
+        OMExpressionLValueResolution resolution;
+        bool resolved = false;
+        bool found = false;
+        NodePtr base; // what the name is looked up in
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    if (phase == PARSE) {
+        YIELDING_FINISH;
+    }
+    SANITY_CHECK(scope);
+    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
+    if (!frame->resolved) {
+        YIELDING_FINISH;
+    }
+    frame->base = frame->resolution.getThisNode();
+    if (!frame->base && ! fParent) {
+        frame->base = scope;
+    }
+    SANITY_CHECK(frame->base);
+    if (fUnresolvedArgumentList) {
+        YIELDING_CALL(call_yielding(task, result, accessType, scope, phase, frame->base, frame->resolution));
+        YIELDING_FINISH;
+    }
+    if (accessType == GET) {
+        SANITY_CHECK(! optionalNewValue);
+        // NOTE: a name is looked up as a name, not as a reference path: `$x` is a plain variable.
+        YIELDING_CALL(frame->base->accessOMNodeReadOnlyResolved_yielding(task, frame->found, scope, nullptr,
+                                                                         fIdentifier, result));
+        if ((!frame->found || ! result || result->getType() == OMType::Error) && ! fParent &&
+            frame->base != scope) {
+            result = scope->getOMNode(fIdentifier);
+        }
+        if (!frame->found || ! result) {
+            result = reportUnreachable("cannot access identifier");
+        }
+        YIELDING_FINISH;
+    }
+    // Writing or creating: with a new value, that very node is stored under the name.
+    result = optionalNewValue;
+    YIELDING_CALL(frame->base->accessOMNodeResolved_yielding(task, frame->found, scope, nullptr, accessType,
+                                                             fIdentifier, result));
+    if (!frame->found || ! result) {
+        result = reportUnreachable("cannot access identifier");
+    }
+    YIELDING_END;
+}
+
+void OMExpressionLValueStr::call_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
+                                          const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                                          const NodePtr& base, OMExpressionLValueResolution& resolution) {
+    struct LocalVariableState : OMFunctionState {
+        bool found = false;
+        NodePtr callee;
+        NodePtr noNewValue;
+        std::shared_ptr<OMExpressionLValueToken> builtin;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    YIELDING_CALL(base->accessOMNodeReadOnlyResolved_yielding(task, frame->found, scope, nullptr, fIdentifier,
+                                                              frame->callee));
+    if (frame->found && frame->callee && frame->callee->getType() != OMType::Function &&
+        frame->callee->getType() != OMType::Error && frame->callee->getType() != OMType::Expression) {
+        // Calling a plain value gives the value.
+        result = frame->callee;
+        YIELDING_FINISH;
+    }
+    if (frame->found && frame->callee && frame->callee->getType() == OMType::Expression &&
+        frame->callee->getExpression() &&
+        frame->callee->getExpression()->getExpressionKind() == LVALUE_TOKEN) {
+        // The variable holds a built-in: `f = toUpperCase; f("a")`.
+        frame->builtin = std::make_shared<OMExpressionLValueToken>(
+            fParent, static_cast<Token>(frame->callee->getExpression()->getToken()), fUnresolvedArgumentList);
+        YIELDING_CALL(frame->builtin->get_yielding(task, result, accessType, scope, phase, frame->noNewValue));
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(OMStored::functionOperation_yielding(task, result, fIdentifier, resolution.fThisIsNoArgument,
+                                                       resolution.getThisNode(), resolution.fResolvedArgumentList,
+                                                       scope));
+    if (!result) {
+        result = reportUnreachable("cannot access identifier");
+    }
+    YIELDING_END;
+}
+
+std::string OMExpressionLValueStr::getIdentifier() const {
+    return fParent || fUnresolvedArgumentList ? std::string() : fIdentifier;
+}
+
+uint64_t OMExpressionLValueStr::hash() const {
+    if (fHash == 0) {
+        if (fIdentifier.empty()) {
+            LOG_ERROR("SANITY_CHECK failed: '! fIdentifier.empty()' evaluates to false");
+            return 0;
+        }
+        fHash = FNV1aHash::hashBytes(fIdentifier) + parentAndArgumentHash() + 2123112;
+    }
+    return fHash;
+}
+
+std::string OMExpressionLValueStr::toString() const {
+    return parentText() + (fParent ? "." : "") + fIdentifier + argumentListText();
+}
+
+bool OMExpressionLValueStr::ownFieldEqual(const OMExpressionLValue& other) const {
+    return fIdentifier == dynamic_cast<const OMExpressionLValueStr&>(other).fIdentifier;
+}
+
+bool OMExpressionLValueStr::ownFieldLess(const OMExpressionLValue& other) const {
+    return fIdentifier < dynamic_cast<const OMExpressionLValueStr&>(other).fIdentifier;
+}
+
+} // namespace Brw

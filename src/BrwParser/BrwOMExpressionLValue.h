@@ -1,0 +1,213 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "BrwParser/BrwOMExpression.h"
+#include "BrwParser/BrwToken.h"
+
+namespace Brw {
+
+// What one evaluation of a left value found: its written arguments, evaluated, and the value of its
+// parent. The parent counts as argument 0 (so `a.f()` is `f(a)`) unless it is the `this` of a method.
+class OMExpressionLValueResolution {
+public:
+    virtual ~OMExpressionLValueResolution() = default;
+    // Argument `index`, the parent first; a new Undefined node past the end.
+    virtual std::shared_ptr<IOMNode> getArgument(size_t index) const;
+    virtual size_t getArgumentCount() const;
+    virtual std::shared_ptr<IOMNode> getThisNode() const { return fThisNode; }
+    virtual void setThisIsNoArgument(bool thisIsNoArgument) { fThisIsNoArgument = thisIsNoArgument; }
+    [[nodiscard]] virtual bool setThisNode(const std::shared_ptr<IOMNode>& thisNode);
+
+    bool fThisIsNoArgument = false; // the parent is `this` of a method, not argument 0
+    OMArgs fResolvedArgumentList;   // the written arguments, evaluated in order
+    std::shared_ptr<IOMNode> fThisNode; // value of the parent
+};
+
+// Everything that names something: a name, a member, an element, a call, a built-in. A chain such as
+// `a.b[1].c()` is a row of left values, each with the one before it as parent.
+class OMExpressionLValue : public virtual OMExpression {
+public:
+    OMExpressionLValue(const std::shared_ptr<IOMNode>& parent, const OMArgs& argumentList)
+        : fParent(parent), fUnresolvedArgumentList(argumentList) {}
+
+    // `parent[indexExpression]`.
+    static std::shared_ptr<OMExpressionLValue> factory(const std::shared_ptr<IOMNode>& parent,
+                                                       const std::shared_ptr<IOMNode>& indexExpression,
+                                                       const OMArgs& argumentList);
+
+    using OMExpression::get_yielding;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
+                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    // The long form: with `optionalNewValue` set, the value is written where this left value names.
+    virtual void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                              AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                              std::shared_ptr<IOMNode>& optionalNewValue) = 0;
+    virtual bool isResolvableWithoutParentAndArguments() const { return false; }
+    // Evaluates the arguments and the parent.
+    void resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
+                          const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                          OMExpressionLValueResolution& resolution);
+    virtual bool setArgumentList(const OMArgs& unresolvedArgumentList);
+    virtual bool compareArgumentListEqual(const OMExpressionLValue& other) const;
+    virtual bool compareArgumentListLess(const OMExpressionLValue& other) const;
+
+    void set_yielding(const std::shared_ptr<Task>& task, bool& success, std::shared_ptr<IOMNode>& value,
+                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    bool scanForLocalVariables(const std::shared_ptr<FunctionSignature>&, bool) override { return true; }
+    bool operator==(const OMExpression& other) const override;
+    bool operator<(const OMExpression& other) const override;
+
+    const std::shared_ptr<IOMNode>& getParent() const { return fParent; }
+    const OMArgs& getArgumentList() const { return fUnresolvedArgumentList; }
+
+protected:
+    // The name a method of the parent map would have; empty for the kinds that have none.
+    virtual std::string getMemberName() const { return std::string(); }
+    // Compares the own field of two left values of one kind.
+    virtual bool ownFieldEqual(const OMExpressionLValue& other) const = 0;
+    virtual bool ownFieldLess(const OMExpressionLValue& other) const = 0;
+    // Sum of the hashes of the parent and the written arguments.
+    uint64_t parentAndArgumentHash() const;
+    // The parent's text, "" at the head of a chain.
+    std::string parentText() const;
+    // "(a, b)", or "" without an argument list.
+    std::string argumentListText() const;
+    // A script error and the Error value that stands for what couldn't be reached.
+    static std::shared_ptr<IOMNode> reportUnreachable(const char* scriptError);
+
+public:
+    // The same, for the helpers of the concrete kinds.
+    static std::shared_ptr<IOMNode> unreachable(const char* scriptError);
+
+protected:
+
+    std::shared_ptr<IOMNode> fParent;     // the left part of a chain; null at its head
+    OMArgs fUnresolvedArgumentList;       // null without an argument list, which differs from an empty one
+    mutable uint64_t fHash = 0;           // 0: not computed yet
+};
+
+// `parent(args)` where the callee is itself an expression: `fns[1](2)`.
+class OMExpressionLValueCall : public OMExpressionLValue {
+public:
+    using OMExpressionLValue::OMExpressionLValue;
+    using OMExpressionLValue::get_yielding;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
+                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                      std::shared_ptr<IOMNode>& optionalNewValue) override;
+    Kind getExpressionKind() const override { return LVALUE_CALL; }
+    uint64_t hash() const override;
+    std::string toString() const override;
+
+protected:
+    bool ownFieldEqual(const OMExpressionLValue&) const override { return true; }
+    bool ownFieldLess(const OMExpressionLValue&) const override { return false; }
+};
+
+// `parent[3]`.
+class OMExpressionLValueIndex : public OMExpressionLValue {
+public:
+    OMExpressionLValueIndex(const std::shared_ptr<IOMNode>& parent, uint64_t index, const OMArgs& argumentList)
+        : OMExpressionLValue(parent, argumentList), fIndex(index) {}
+    using OMExpressionLValue::get_yielding;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
+                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                      std::shared_ptr<IOMNode>& optionalNewValue) override;
+    Kind getExpressionKind() const override { return LVALUE_INDEX; }
+    uint64_t hash() const override;
+    std::string toString() const override;
+
+protected:
+    bool ownFieldEqual(const OMExpressionLValue& other) const override;
+    bool ownFieldLess(const OMExpressionLValue& other) const override;
+
+private:
+    uint64_t fIndex; // the element
+};
+
+// `parent[expression]`: a number picks an element, anything else names a member by its text.
+class OMExpressionLValueIndexByExpression : public OMExpressionLValue {
+public:
+    OMExpressionLValueIndexByExpression(const std::shared_ptr<IOMNode>& parent,
+                                        const std::shared_ptr<IOMNode>& indexExpression, const OMArgs& argumentList)
+        : OMExpressionLValue(parent, argumentList), fIndexExpression(indexExpression) {}
+    using OMExpressionLValue::get_yielding;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
+                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                      std::shared_ptr<IOMNode>& optionalNewValue) override;
+    Kind getExpressionKind() const override { return LVALUE_INDEX_BY_EXPRESSION; }
+    uint64_t hash() const override;
+    std::string toString() const override;
+
+protected:
+    bool ownFieldEqual(const OMExpressionLValue& other) const override;
+    bool ownFieldLess(const OMExpressionLValue& other) const override;
+
+private:
+    std::shared_ptr<IOMNode> fIndexExpression; // evaluated to pick the element or member
+};
+
+// A built-in: `toUpperCase(x)`, `x.length`.
+class OMExpressionLValueToken : public OMExpressionLValue {
+public:
+    OMExpressionLValueToken(const std::shared_ptr<IOMNode>& parent, Token token, const OMArgs& argumentList)
+        : OMExpressionLValue(parent, argumentList), fToken(token) {}
+    using OMExpressionLValue::get_yielding;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
+                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                      std::shared_ptr<IOMNode>& optionalNewValue) override;
+    Kind getExpressionKind() const override { return LVALUE_TOKEN; }
+    uint64_t hash() const override;
+    std::string toString() const override;
+    int32_t getToken() const override { return fToken; }
+    std::string getIdentifier() const override;
+
+    // A built-in: reads its arguments from the resolution and gives its value; the yielding kind may wait.
+    using Builtin = std::shared_ptr<IOMNode> (*)(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                 OMExpressionLValueResolution& resolution);
+    using Builtin_yielding = void (*)(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                      OMExpressionLValueResolution& resolution);
+    // Enters the function of a built-in word; one of the two is null.
+    static void registerBuiltin(Token token, Builtin builtin, Builtin_yielding builtin_yielding);
+
+protected:
+    std::string getMemberName() const override;
+    bool ownFieldEqual(const OMExpressionLValue& other) const override;
+    bool ownFieldLess(const OMExpressionLValue& other) const override;
+
+private:
+    Token fToken; // the built-in; never _NO_TOKEN
+};
+
+// A name, a member `parent.name`, or a call by name `name(args)`, `parent.name(args)`.
+class OMExpressionLValueStr : public OMExpressionLValue {
+public:
+    OMExpressionLValueStr(const std::shared_ptr<IOMNode>& parent, const std::string& identifier,
+                          const OMArgs& argumentList)
+        : OMExpressionLValue(parent, argumentList), fIdentifier(identifier) {}
+    using OMExpressionLValue::get_yielding;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
+                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                      std::shared_ptr<IOMNode>& optionalNewValue) override;
+    Kind getExpressionKind() const override { return LVALUE_STR; }
+    uint64_t hash() const override;
+    std::string toString() const override;
+    std::string getIdentifier() const override;
+
+protected:
+    std::string getMemberName() const override { return fIdentifier; }
+    bool ownFieldEqual(const OMExpressionLValue& other) const override;
+    bool ownFieldLess(const OMExpressionLValue& other) const override;
+
+private:
+    // A call by name: a function value, a built-in held by a variable, or a plain value.
+    void call_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                       AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                       const std::shared_ptr<IOMNode>& base, OMExpressionLValueResolution& resolution);
+
+    std::string fIdentifier; // the name; never empty
+};
+
+} // namespace Brw

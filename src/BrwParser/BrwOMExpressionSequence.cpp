@@ -1,0 +1,222 @@
+#include "BrwParser/BrwOMExpressionSequence.h"
+
+#include "BrwLogger/BrwCheck.h"
+#include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwToken.h"
+#include "BrwTask/BrwYielding.h"
+
+namespace Brw {
+
+std::shared_ptr<OMExpressionSequence> OMExpressionSequence::factory(BinOp binOp,
+                                                                    const std::shared_ptr<IOMNode>& node1,
+                                                                    const std::shared_ptr<IOMNode>& node2) {
+    std::shared_ptr<OMExpressionSequence> retVal;
+    do {
+        SANITY_CHECK(binOp != BinOp::ASSIGN);
+        auto sequence = std::make_shared<OMExpressionSequence>(binOp);
+        SANITY_CHECK(sequence->append(node1));
+        SANITY_CHECK(sequence->append(node2));
+        retVal = sequence;
+    } while (false);
+    return retVal;
+}
+
+bool OMExpressionSequence::append(const std::shared_ptr<IOMNode>& node) {
+    bool retVal = false;
+    do {
+        SANITY_CHECK(node);
+        fNodes->push_back(node);
+        fHash = 0;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+std::shared_ptr<IOMNode> OMExpressionSequence::getNode(size_t index) const {
+    return fNodes && index < fNodes->size() ? (*fNodes)[index] : nullptr;
+}
+
+void OMExpressionSequence::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved,
+                                            AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                            ScriptPhase phase, OMExpressionSequenceResolution& resolution) {
+    struct LocalVariableState : OMFunctionState {
+        size_t index = 0;
+        std::shared_ptr<IOMNode> value;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
+    SANITY_CHECK(fBinOp != BinOp::ASSIGN);
+    SANITY_CHECK(prepareScope(scope));
+    resolution.fResolvedNodes = std::make_shared<OMArray>();
+    resolution.fResolvedNodes->reserve(fNodes->size());
+    for (frame->index = 0; frame->index < fNodes->size(); ++frame->index) {
+        SANITY_CHECK((*fNodes)[frame->index]);
+        YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->value, accessType, (*fNodes)[frame->index], scope,
+                                                       phase, KEEP_RETURN_VALUE));
+        SANITY_CHECK(frame->value);
+        if (!frame->value->isResolved(phase)) {
+            YIELDING_FINISH;
+        }
+        resolution.fResolvedNodes->push_back(frame->value);
+        if ((fBinOp == COMMA || fBinOp == SEMICOLON) && (isReturnNode(frame->value) || isBreakNode(frame->value))) {
+            // A return or a break ends the sequence: what follows isn't evaluated.
+            break;
+        }
+    }
+    resolved = true;
+    YIELDING_END;
+}
+
+void OMExpressionSequence::get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                        AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                        ScriptPhase phase) {
+    struct LocalVariableState : OMFunctionState {
+        OMExpressionSequenceResolution resolution;
+        bool resolved = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    SANITY_CHECK(fBinOp != BinOp::ASSIGN);
+    if (!fNodes || fNodes->empty()) {
+        result = OMStored::undefinedFactory();
+        YIELDING_FINISH;
+    }
+    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
+    if (!frame->resolved) {
+        YIELDING_FINISH;
+    }
+    {
+        std::shared_ptr<IOMNode> accumulated;
+        bool sawReturn = false;
+        for (std::shared_ptr<IOMNode> node : *frame->resolution.fResolvedNodes) {
+            if (!node) {
+                LOG_ERROR("SANITY_CHECK failed: 'resolvedNode' evaluates to false");
+                accumulated.reset();
+                break;
+            }
+            if (phase == PARSE && node->getType() == OMType::Expression) {
+                YIELDING_FINISH;
+            }
+            if (node->isReturnValue()) {
+                sawReturn = true;
+                node = node->unwrapReturnValue();
+                if (!node) {
+                    break;
+                }
+            }
+            if (!accumulated) {
+                accumulated = node->clone(0);
+            } else {
+                // The accumulator may be written into: a long chain of `+` doesn't copy its growing text.
+                accumulated = OMNode::binaryOperation(fBinOp, accumulated, REUSE_NODE, node, KEEP_NODE, scope);
+            }
+        }
+        if (frame->resolution.fResolvedNodes->empty()) {
+            accumulated = OMStored::undefinedFactory();
+        }
+        if (sawReturn && accumulated) {
+            accumulated = accumulated->wrapReturnValue();
+        }
+        result = accumulated;
+    }
+    SANITY_CHECK(result);
+    YIELDING_END;
+}
+
+void OMExpressionSequence::set_yielding(const std::shared_ptr<Task>&, bool& success, std::shared_ptr<IOMNode>&,
+                                        const std::shared_ptr<OMScope>&, ScriptPhase) {
+    success = false;
+    LOG_ERROR("setting value on sequence");
+}
+
+bool OMExpressionSequence::scanForLocalVariables(const std::shared_ptr<FunctionSignature>& signature,
+                                                 bool isStartOfStatement) {
+    bool allOK = true;
+    bool inLocalSequence = isStartOfStatement;
+    for (const auto& node : *fNodes) {
+        if (!node || node->getType() != OMType::Expression || ! node->getExpression()) {
+            continue;
+        }
+        if (node->isKeyword(_var)) {
+            // The assignments after `var` in this sequence declare locals.
+            inLocalSequence = true;
+            continue;
+        }
+        allOK = node->getExpression()->scanForLocalVariables(signature, inLocalSequence) && allOK;
+    }
+    return allOK;
+}
+
+uint64_t OMExpressionSequence::hash() const {
+    if (fHash == 0) {
+        uint64_t sum = 0;
+        for (const auto& node : *fNodes) {
+            if (!node) {
+                LOG_ERROR("SANITY_CHECK failed: 'node' evaluates to false");
+                return 0;
+            }
+            sum += node->hash();
+        }
+        const int32_t product = static_cast<int32_t>(static_cast<uint32_t>(fBinOp) * 938561u);
+        fHash = static_cast<uint64_t>(static_cast<int64_t>(product)) + sum + 11873;
+    }
+    return fHash;
+}
+
+std::string OMExpressionSequence::toString() const {
+    std::string text = binOpToPrefixStr(fBinOp);
+    for (size_t i = 0; i < fNodes->size(); ++i) {
+        const std::shared_ptr<IOMNode>& node = (*fNodes)[i];
+        if (!node) {
+            LOG_ERROR("SANITY_CHECK failed: 'node' evaluates to false");
+            break;
+        }
+        if (i > 0) {
+            text += (*fNodes)[i - 1]->isKeyword(_var) ? " " : binOpToInfixStr(fBinOp);
+        }
+        text += node->toString();
+    }
+    text += binOpToSuffixStr(fBinOp);
+    if (fNodes->size() >= 2 && fBinOp != ASSIGN && fBinOp != COMMA && fBinOp != SEMICOLON) {
+        text = "(" + text + ")";
+    }
+    return text;
+}
+
+bool OMExpressionSequence::operator==(const OMExpression& other) const {
+    if (other.getExpressionKind() != SEQUENCE) {
+        return false;
+    }
+    const auto& otherSequence = dynamic_cast<const OMExpressionSequence&>(other);
+    if (fBinOp != otherSequence.fBinOp || fNodes->size() != otherSequence.fNodes->size()) {
+        return false;
+    }
+    for (size_t i = 0; i < fNodes->size(); ++i) {
+        if (!nodesEqual((*fNodes)[i], (*otherSequence.fNodes)[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool OMExpressionSequence::operator<(const OMExpression& other) const {
+    if (getExpressionKind() != other.getExpressionKind()) {
+        return getExpressionKind() < other.getExpressionKind();
+    }
+    const auto& otherSequence = dynamic_cast<const OMExpressionSequence&>(other);
+    if (fBinOp != otherSequence.fBinOp) {
+        return fBinOp < otherSequence.fBinOp;
+    }
+    if (fNodes->size() != otherSequence.fNodes->size()) {
+        return fNodes->size() < otherSequence.fNodes->size();
+    }
+    for (size_t i = 0; i < fNodes->size(); ++i) {
+        if (nodesLess((*fNodes)[i], (*otherSequence.fNodes)[i])) {
+            return true;
+        }
+        if (nodesLess((*otherSequence.fNodes)[i], (*fNodes)[i])) {
+            return false;
+        }
+    }
+    return false;
+}
+
+} // namespace Brw

@@ -1,0 +1,127 @@
+#include "BrwParser/BrwOMExpressionUnary.h"
+
+#include "BrwLogger/BrwCheck.h"
+#include "BrwParser/BrwOMScope.h"
+#include "BrwTask/BrwYielding.h"
+
+namespace Brw {
+
+std::shared_ptr<OMExpression> OMExpression::returnFactory(const std::shared_ptr<IOMNode>& operand) {
+    return OMExpressionUnary::factory(RETURN, operand);
+}
+
+std::shared_ptr<OMExpressionUnary> OMExpressionUnary::factory(UnOp unOp, const std::shared_ptr<IOMNode>& node) {
+    std::shared_ptr<OMExpressionUnary> retVal;
+    do {
+        SANITY_CHECK(node);
+        retVal = std::make_shared<OMExpressionUnary>(unOp, node);
+    } while (false);
+    return retVal;
+}
+
+void OMExpressionUnary::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
+                                         const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                                         OMExpressionUnaryResolution& resolution) {
+    struct LocalVariableState : OMFunctionState {};
+    YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
+    resolution.fResolvedNode.reset();
+    SANITY_CHECK(prepareScope(scope));
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode, accessType, fNode, scope, phase,
+                                                   KEEP_RETURN_VALUE));
+    SANITY_CHECK(resolution.fResolvedNode);
+    resolved = resolution.fResolvedNode->getType() != OMType::Expression || (phase == RUN && fUnOp == RETURN);
+    YIELDING_END;
+}
+
+void OMExpressionUnary::get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                     AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                     ScriptPhase phase) {
+    struct LocalVariableState : OMFunctionState {
+        OMExpressionUnaryResolution resolution;
+        bool resolved = false;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
+    if (!frame->resolved) {
+        YIELDING_FINISH;
+    }
+    SANITY_CHECK(frame->resolution.fResolvedNode);
+    if (fUnOp == PRE_DECREMENT || fUnOp == PRE_INCREMENT || fUnOp == POST_DECREMENT || fUnOp == POST_INCREMENT) {
+        std::shared_ptr<OMStored> valueStored = frame->resolution.fResolvedNode->getOMStoredPtr();
+        SANITY_CHECK(valueStored);
+        std::shared_ptr<OMStored> tempNode = OMStored::undefinedFactory();
+        if (fUnOp == PRE_DECREMENT) {
+            SANITY_CHECK(valueStored->unop_pre_decrement(tempNode));
+        } else if (fUnOp == PRE_INCREMENT) {
+            SANITY_CHECK(valueStored->unop_pre_increment(tempNode));
+        } else if (fUnOp == POST_DECREMENT) {
+            SANITY_CHECK(valueStored->unop_post_decrement(tempNode));
+        } else {
+            SANITY_CHECK(valueStored->unop_post_increment(tempNode));
+        }
+        result = tempNode;
+        YIELDING_FINISH;
+    }
+    result = OMNode::unaryOperation(fUnOp, frame->resolution.fResolvedNode, scope, KEEP_NODE);
+    SANITY_CHECK(result);
+    YIELDING_END;
+}
+
+void OMExpressionUnary::set_yielding(const std::shared_ptr<Task>& task, bool& success,
+                                     std::shared_ptr<IOMNode>& value, const std::shared_ptr<OMScope>& scope,
+                                     ScriptPhase phase) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<IOMNode> lValue;
+        std::shared_ptr<IOMNode> operated;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, success = false);
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->lValue, SET, fNode, scope, phase, KEEP_RETURN_VALUE));
+    SANITY_CHECK(frame->lValue);
+    frame->operated = OMNode::unaryOperation(fUnOp, value, scope, KEEP_NODE);
+    SANITY_CHECK(frame->operated);
+    YIELDING_CALL(frame->lValue->setAndAccess_yielding(task, success, frame->operated));
+    SANITY_CHECK(success);
+    YIELDING_END;
+}
+
+bool OMExpressionUnary::scanForLocalVariables(const std::shared_ptr<FunctionSignature>&, bool) {
+    return true;
+}
+
+uint64_t OMExpressionUnary::hash() const {
+    if (fHash == 0) {
+        if (!fNode) {
+            LOG_ERROR("SANITY_CHECK failed: 'fNode' evaluates to false");
+            return 0;
+        }
+        const uint64_t op = static_cast<uint64_t>(static_cast<int64_t>(fUnOp));
+        const uint64_t h = fNode->hash();
+        fHash = ((op * h) ^ h) + 32837837189ULL;
+    }
+    return fHash;
+}
+
+std::string OMExpressionUnary::toString() const {
+    return std::string(unOpToPrefixStr(fUnOp)) + nodeText(fNode) + unOpToSuffixStr(fUnOp);
+}
+
+bool OMExpressionUnary::operator==(const OMExpression& other) const {
+    if (other.getExpressionKind() != UNARY) {
+        return false;
+    }
+    const auto& otherUnary = dynamic_cast<const OMExpressionUnary&>(other);
+    return fUnOp == otherUnary.fUnOp && nodesEqual(fNode, otherUnary.fNode);
+}
+
+bool OMExpressionUnary::operator<(const OMExpression& other) const {
+    if (getExpressionKind() != other.getExpressionKind()) {
+        return getExpressionKind() < other.getExpressionKind();
+    }
+    const auto& otherUnary = dynamic_cast<const OMExpressionUnary&>(other);
+    if (fUnOp != otherUnary.fUnOp) {
+        return fUnOp < otherUnary.fUnOp;
+    }
+    return nodesLess(fNode, otherUnary.fNode);
+}
+
+} // namespace Brw
