@@ -125,13 +125,8 @@ void MatchNodeFunction::callScriptFunction_yielding(const TaskPtr& task, NodePtr
         YIELDING_FINISH;
     }
     isFunctionFound = true;
-    // TODO: call frame->functionNode->callNodeAsFunction_yielding(task, out, false, phaseNode, arguments,
-    // scope) as soon as stored values can run a function; until then a script function can't take part in a
-    // path.
-    (void)phaseNode;
-    (void)arguments;
-    (void)out;
-    LOG_ERROR_F("the path function '%s' can't call a script function yet", fFunctionName.c_str());
+    YIELDING_CALL(
+        frame->functionNode->callNodeAsFunction_yielding(task, out, false, phaseNode, arguments, scope));
     YIELDING_END;
 }
 

@@ -1,5 +1,6 @@
 #include "BrwParser/BrwReferencePathTest.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "BrwParser/BrwMatchNodeCompareMatch.h"
@@ -8,6 +9,7 @@
 #include "BrwParser/BrwMatchNodeRange.h"
 #include "BrwParser/BrwMatchNodeRegExp.h"
 #include "BrwParser/BrwOMAccessor.h"
+#include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
 #include "BrwTask/BrwCallTask.h"
@@ -131,6 +133,42 @@ std::string joined(const Segments& segments) {
         text += "<" + segment + ">";
     }
     return text;
+}
+
+// The body of a script function for paths, written out by hand. Its parameters are the phase, then the
+// arguments: for "ignore" the node's parent and key, for "process" the array of matches. It skips the
+// subtree under the key "t2", and makes 100 times the number of matches.
+class PathFunctionBody : public OMExpression {
+public:
+    void get_yielding(const std::shared_ptr<Task>&, NodePtr& result, AccessType,
+                      const std::shared_ptr<OMScope>& scope, ScriptPhase) override {
+        if (scope->getOMNode("phase")->getString() == "ignore") {
+            result = OMStored::factory(scope->getOMNode("key")->getString() == "t2");
+        } else {
+            result = OMStored::factory(static_cast<OMInt>(100 * scope->getOMNode("input")->getSize()));
+        }
+    }
+    bool scanForLocalVariables(const std::shared_ptr<FunctionSignature>&, bool) override { return true; }
+    void set_yielding(const std::shared_ptr<Task>&, bool& success, NodePtr&, const std::shared_ptr<OMScope>&,
+                      ScriptPhase) override {
+        success = false;
+    }
+    Kind getExpressionKind() const override { return SEQUENCE; }
+    uint64_t hash() const override { return 1; }
+    std::string toString() const override { return "pathFunctionBody"; }
+    bool operator==(const OMExpression& other) const override { return &other == this; }
+    bool operator<(const OMExpression& other) const override { return this < &other; }
+};
+
+// `function hundreds(phase, input, key) { ... }`
+NodePtr pathFunction() {
+    auto signature = std::make_shared<FunctionSignature>();
+    for (const char* parameter : {"hundreds", "phase", "input", "key"}) {
+        if (! signature->addParameter(parameter)) {
+            return nullptr;
+        }
+    }
+    return OMStored::factory(signature, std::make_shared<PathFunctionBody>());
 }
 
 constexpr ReferenceType FIRST = OM_REF_SELECTOR_FIRST_MATCH;
@@ -670,6 +708,23 @@ bool ReferencePathTest::testFunctionsInAScope() {
                                        // An unknown function gives no value: nothing matched.
                                        {"unknown()/$.*", FIRST, "undefined"},
                                        {"t1/unknown()/v1", FIRST, "undefined"}}));
+
+        // A script function of the scope decides which subtrees to skip and makes the value.
+        std::shared_ptr<OMScope> scope = OMScope::factory();
+        SANITY_CHECK(scope->setSync("hundreds", pathFunction()));
+        tree.setAccessorScope(scope);
+        SANITY_CHECK(checkPaths(tree, {{"hundreds()/*.*/v1", FIRST, "900"},
+                                       {"t1/hundreds()/*.*/v1", FIRST, "300"},
+                                       {"t2/hundreds()/*.*/v1", FIRST, "0"}}));
+        // One value for each node the function is reached at; under "t2" it looks at nothing.
+        NodePtr values = tree.get("$^t/hundreds()/*.*/v1", ARRAY);
+        SANITY_CHECK(values && values->getType() == OMType::Array);
+        std::vector<OMInt> hundreds;
+        for (uint64_t i = 0; i < values->getSize(); ++i) {
+            hundreds.push_back(values->getOMNode(i)->getInt());
+        }
+        std::sort(hundreds.begin(), hundreds.end());
+        SANITY_CHECK(hundreds == std::vector<OMInt>({0, 100, 100, 300}));
         retVal = true;
     } while (false);
     return retVal;
