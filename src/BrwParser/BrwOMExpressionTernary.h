@@ -38,6 +38,9 @@ public:
     bool operator==(const OMExpression& other) const override;
     bool operator<(const OMExpression& other) const override;
 
+    const std::shared_ptr<IOMNode>& getNode2() const { return fNode2; }
+    const std::shared_ptr<IOMNode>& getNode3() const { return fNode3; }
+
 private:
     TernOp fTernOp;                  // CONDITIONAL or IF
     std::shared_ptr<IOMNode> fNode1; // the condition

@@ -944,7 +944,8 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
             YIELDING_CALL(scope->set_yielding(task, frame->stored, node->getFunctionName(), node));
         }
     } else if (node->getType() == OMType::Expression) {
-        if (accessType == GET_CREATE || scriptPhase == PARSE) {
+        // A write reaches the left value with its access type, so that `x = 1` makes an unknown x.
+        if (accessType != GET || scriptPhase == PARSE) {
             if (node->getExpression()) {
                 YIELDING_CALL(
                     node->getExpression()->get_yielding(task, frame->evaluated, accessType, scope, scriptPhase));

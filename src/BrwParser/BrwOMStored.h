@@ -65,6 +65,20 @@ public:
     // it; `out` stays empty when there is none.
     static void functionOperation_yielding(const TaskPtr& task, NodePtr& out, const std::string& name, bool useThis,
                                            const NodePtr& thisNode, const OMArgs& args, const ScopePtr& scope);
+    // Parses one expression of `stream` into this node (see ExpressionParser).
+    virtual void parseExpression_yielding(const TaskPtr& task, bool& success, const std::shared_ptr<InputStream>& stream,
+                                          uint64_t parenNesting, int32_t parseType);
+    // Parses all statements of `stream` into this node, without evaluating; undefined after a failure.
+    virtual void parseExpressionList_yielding(const TaskPtr& task, bool& success,
+                                              const std::shared_ptr<InputStream>& stream);
+    // Reads the task's stream statement by statement, evaluating each at once in `scope`; on a prompted
+    // stream the value of a statement ended by a line end is echoed. A statement that fails to parse is
+    // reported and the loop goes on; this node holds the value of the last statement.
+    virtual void parseAndEvalStream_yielding(const TaskPtr& task, bool& success, const ScopePtr& scope);
+    // Runs the script file at `scriptFilePath` in `scope` statement by statement; `out` is the value of
+    // its last statement, or an error value when the file can't be read.
+    virtual void evalScript_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& scope,
+                                     const std::string& scriptFilePath, HandleReturnValue handleReturnValue);
     virtual std::shared_ptr<OMArray> getArray() const { return fArray; }
     virtual bool getArrayBegin(OMArray::const_iterator& position) const;
     virtual std::shared_ptr<OMMap> getMap() const { return fMap; }
@@ -150,6 +164,9 @@ private:
     bool readChild(uint64_t idx, NodePtr& out) const;
     // Adds Undefined elements until `idx` is inside the array.
     void fillArrayUpTo(uint64_t idx);
+    // The statement loop of parseAndEvalStream_yielding over a given stream.
+    void parseAndEvalFrom_yielding(const TaskPtr& task, bool& success, const ScopePtr& scope,
+                                   const std::shared_ptr<InputStream>& stream);
     // Binds a variable of a call's frame.
     static void bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value, NodePtr& stored);
     // Copies the children of `from` into this node's new container.
@@ -198,11 +215,11 @@ public:
 
 protected:
     // Skips whitespace, not comments: `c` is the next other character, peeked, or AT_END.
-    void skipWhitespace_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream);
+    static void skipWhitespace_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream);
     // Peeks, waiting while nothing is there yet: `c` is a character or AT_END, never NOTHING_YET.
-    void peekChar_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream);
+    static void peekChar_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream);
     // Reads a name by the identifier rule; empty when the next character can't start one.
-    void parseName_yielding(const TaskPtr& task, std::string& name,
+    static void parseName_yielding(const TaskPtr& task, std::string& name,
                             const std::shared_ptr<InputStream>& stream);
     // Skips whitespace, then consumes `chars`; on a mismatch the stream goes back and `success` stays false.
     virtual void parseChars_yielding(const TaskPtr& task, bool& success,
@@ -211,6 +228,7 @@ protected:
     virtual void parseKeyword_yielding(const TaskPtr& task, bool& success,
                                        const std::shared_ptr<InputStream>& stream,
                                        const std::string& keyword);
+    friend class ExpressionParser;
     // A string literal after its opening `quote`, up to and with the closing one; this node becomes the
     // decoded text. On failure `errorMessage` says why, for the caller to report.
     void parseString_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
@@ -221,7 +239,7 @@ protected:
                                     const std::shared_ptr<InputStream>& stream);
     // After a consumed '/': skips a line or block comment (`success`). When no comment follows, the stream
     // stands on the '/' again, `success` is false and `errorMessage` empty.
-    void parseComment_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
+    static void parseComment_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
                                const std::shared_ptr<InputStream>& stream);
 
 private:

@@ -78,6 +78,10 @@ size_t decodeEscape(const std::string& str, size_t pos, std::string& out) {
     if (kind == 'r' || kind == 't' || kind == 'n') {
         out += kind == 'r' ? '\r' : (kind == 't' ? '\t' : '\n');
         length = 2;
+    } else if (kind == '\\' || kind == '"' || kind == '\'') {
+        // What enquote escapes: the backslash and both quotes.
+        out += kind;
+        length = 2;
     } else if (kind == 'x' && readHex(str, pos + 2, 2, value)) {
         out += static_cast<char>(value);
         length = 4;
@@ -186,7 +190,7 @@ std::string Utils::encodeWString(const std::wstring& wstr) {
     return encoded;
 }
 
-// A backslash that starts no escape of the encoders stays as it is.
+// A backslash that starts no escape of the encoders or of enquote stays as it is.
 std::string Utils::decodeString(const std::string& str) {
     std::string decoded;
     decoded.reserve(str.size());
