@@ -8,6 +8,7 @@
 #include "BrwMain/BrwTest.h"
 #include "BrwObject/BrwObjectRegistryTest.h"
 #include "BrwParser/BrwAccessorTest.h"
+#include "BrwParser/BrwBuiltinsTest.h"
 #include "BrwParser/BrwOperatorsTest.h"
 #include "BrwParser/BrwExpressionTest.h"
 #include "BrwParser/BrwOMStoredTest.h"
@@ -38,6 +39,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<ReferencePathTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<StreamTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<LiteralsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<BuiltinsTest>()));
         retVal = true;
     } while (false);
     return retVal;

@@ -23,6 +23,13 @@ struct BuiltinEntry {
 
 std::array<BuiltinEntry, TOKEN_COUNT>& builtinTable() {
     static std::array<BuiltinEntry, TOKEN_COUNT> table{};
+    // The built-ins enter themselves on the first look-up, whatever the order of start-up. The flag is
+    // raised before they do, because each entry comes back here.
+    static bool isFilled = false;
+    if (! isFilled) {
+        isFilled = true;
+        OMExpressionLValueToken::registerBuiltins();
+    }
     return table;
 }
 

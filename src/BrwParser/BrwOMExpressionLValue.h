@@ -172,6 +172,55 @@ public:
     // Enters the function of a built-in word; one of the two is null.
     static void registerBuiltin(Token token, Builtin builtin, Builtin_yielding builtin_yielding);
 
+    // ---- Built-ins on values and text (BrwOMExpressionLValueBuiltins.cpp) ----
+    // Argument 0 is `this`: `a.f(b)` and `f(a, b)` are one call. Each makes its result first, reports
+    // "insufficient arguments" when `this` or a required argument is missing, and then keeps that result.
+
+    // Enters all of them into the dispatch table; the table's first look-up runs it.
+    static void registerBuiltins();
+    static std::shared_ptr<IOMNode> ftn_abs(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                            OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_enquote(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_indexOf(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_isNaN(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                              OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_keys(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                             OMExpressionLValueResolution& resolution);
+    static void ftn_length_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                    AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                    OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_parseFloat(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                   OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_parseInt(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                 OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_pop(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                            OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_push(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                             OMExpressionLValueResolution& resolution);
+    static void ftn_reference_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                       AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                       OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_scriptFilePath(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                       OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_size(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                             OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_sqr(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                            OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_sqrt(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                             OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_stringify(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                  OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_substr(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                               OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_toLowerCase(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                    OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_toString(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                 OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_toUpperCase(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                    OMExpressionLValueResolution& resolution);
+
 protected:
     std::string getMemberName() const override;
     bool ownFieldEqual(const OMExpressionLValue& other) const override;
