@@ -8,6 +8,7 @@
 #include "BrwCoordinator/BrwMainTaskTimesliceTask.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwTestRegistry.h"
+#include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwInputStreamConsole.h"
 #include "BrwParser/BrwInputStreamStdIn.h"
 #include "BrwParser/BrwOutputStreamStdOut.h"
@@ -92,6 +93,7 @@ void InternalCoordinator::releaseInstance() {
     if (auto coordinator = std::dynamic_pointer_cast<InternalCoordinator>(internalCoordinator)) {
         // The main task holds no reference back; dropping it here ends the cycle of the task tables.
         coordinator->fMainTask.reset();
+        coordinator->fCoordinatorScope.reset();
     }
     internalCoordinator.reset();
     // The class table goes with the coordinator.
@@ -111,6 +113,7 @@ bool InternalCoordinator::init(int argc, char** argv) {
         ASSIGN_TYPED(InternalCoordinator, internalCoordinator, factory());
         SANITY_CHECK(internalCoordinator->createGUID());
         ASSIGN(internalCoordinator->fMainTask, MainTaskTimesliceTask::factory());
+        ASSIGN(internalCoordinator->fCoordinatorScope, OMScope::factory(nullptr, OMScope::READS_PARENT));
         retVal = true;
     } while (false);
     return retVal;

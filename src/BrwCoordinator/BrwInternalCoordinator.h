@@ -14,6 +14,7 @@ namespace Brw {
 
 class Task;
 class InputStream;
+class OMScope;
 class OutputStream;
 
 // The process's root: one per process, reached through factory(). It owns the main task, runs the event
@@ -92,6 +93,8 @@ public:
     std::shared_ptr<OutputStream> outputStreamFactory();
 
     const std::shared_ptr<Task>& getMainTask() const { return fMainTask; }
+    // Where scripts of this coordinator run: below the root scope, sees it read-only.
+    const std::shared_ptr<OMScope>& getCoordinatorScope() const { return fCoordinatorScope; }
     IdleBackoff& getIdleBackoff() { return fIdleBackoff; }
     uint64_t getRoundCounter() const { return fRoundCounter; }
 
@@ -109,6 +112,7 @@ private:
 
     bool fIsTerminating = false;     // set once by terminate(); never reset
     std::shared_ptr<Task> fMainTask; // runs timeslice_yielding
+    std::shared_ptr<OMScope> fCoordinatorScope; // variables of the scripts run here
     IdleBackoff fIdleBackoff;        // the sleep between turns of the event loop
     uint64_t fRoundCounter = 0;      // rounds of timeslice_yielding
     std::shared_ptr<InputStream> fInputStream;   // made by inputStreamFactory

@@ -8,6 +8,8 @@
 #include "BrwMain/BrwClassTest.h"
 #include "BrwMain/BrwTest.h"
 #include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwOMStored.h"
+#include "BrwTask/BrwEvalTask.h"
 #include "BrwTask/BrwTask.h"
 
 namespace Brw {
@@ -44,9 +46,14 @@ int main(int argc, char** argv) {
             LOG_ERROR("remoteCoordinatorURL without valid scriptFilePath");
             break;
         }
-        if (InternalCoordinator::fScriptFilePath == "-" &&
-            InternalCoordinator::fRemoteCoordinatorURL.empty()) {
+        const std::shared_ptr<OMScope>& coordinatorScope = internalCoordinator->getCoordinatorScope();
+        SANITY_CHECK(coordinatorScope);
+        if (InternalCoordinator::fScriptFilePath == "-") {
             InternalCoordinator::fReadStdIn = true;
+        } else if (! InternalCoordinator::fScriptFilePath.empty()) {
+            // Run to its end before any loop; the loop chosen next still runs afterwards.
+            EvalScriptTask::call(OMStored::undefinedFactory(), coordinatorScope, InternalCoordinator::fScriptFilePath,
+                                 UNWRAP_RETURN_VALUE);
         }
         if (InternalCoordinator::fIsServer ||
             coordinatorName == InternalCoordinator::REFLECTOR_COORDINATOR_NAME) {
