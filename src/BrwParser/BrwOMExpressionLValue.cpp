@@ -472,6 +472,11 @@ void OMExpressionLValueToken::get_yielding(const std::shared_ptr<Task>& task, No
     if (phase == PARSE) {
         YIELDING_FINISH;
     }
+    if (!fParent && ! fUnresolvedArgumentList) {
+        // A built-in named without a call is a value: `f = toUpperCase; f("a")` calls it later.
+        result = OMStored::factory(shared_from_this());
+        YIELDING_FINISH;
+    }
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
     if (!frame->resolved) {
         YIELDING_FINISH;

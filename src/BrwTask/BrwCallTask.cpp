@@ -4,10 +4,10 @@
 
 namespace Brw {
 
-std::shared_ptr<CallTask> CallTask::factory(const char* name, Body body) {
+std::shared_ptr<CallTask> CallTask::factory(const char* name, Body body, int64_t timeoutMicroseconds) {
     std::shared_ptr<CallTask> retVal;
     do {
-        auto wrapped_this = std::make_shared<CallTask>(name, std::move(body));
+        auto wrapped_this = std::make_shared<CallTask>(name, std::move(body), timeoutMicroseconds);
         SANITY_CHECK(wrapped_this);
         Task::registerTask(wrapped_this);
         retVal = wrapped_this;
@@ -15,11 +15,11 @@ std::shared_ptr<CallTask> CallTask::factory(const char* name, Body body) {
     return retVal;
 }
 
-bool CallTask::call(const char* name, Body body) {
+bool CallTask::call(const char* name, Body body, int64_t timeoutMicroseconds) {
     bool retVal = false;
     do {
         std::shared_ptr<CallTask> task;
-        ASSIGN(task, factory(name, std::move(body)));
+        ASSIGN(task, factory(name, std::move(body), timeoutMicroseconds));
         if (!task->runToCompletion()) {
             LOG_ERROR_F("SANITY_CHECK failed: '%s->runToCompletion()' evaluates to false", name);
             break;

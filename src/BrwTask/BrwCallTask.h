@@ -14,11 +14,13 @@ class CallTask : public Task {
 public:
     using Body = std::function<void(const std::shared_ptr<Task>& task)>;
 
-    CallTask(const char* name, Body body) : Task(name, -2, nullptr), fBody(std::move(body)) {}
+    CallTask(const char* name, Body body, int64_t timeoutMicroseconds = -2)
+        : Task(name, timeoutMicroseconds, nullptr), fBody(std::move(body)) {}
 
-    static std::shared_ptr<CallTask> factory(const char* name, Body body);
-    // Runs `body` to completion; false (with the check logged) when the task refused to run.
-    static bool call(const char* name, Body body);
+    // `timeoutMicroseconds` as for any task: -2 never times out.
+    static std::shared_ptr<CallTask> factory(const char* name, Body body, int64_t timeoutMicroseconds = -2);
+    // Runs `body` to completion (or its time-out); false (with the check logged) when the task refused to run.
+    static bool call(const char* name, Body body, int64_t timeoutMicroseconds = -2);
 
     void timeslice() override { fBody(shared_from_this()); }
 
