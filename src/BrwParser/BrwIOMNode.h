@@ -231,6 +231,8 @@ public:
     virtual NodePtr getOMNode(const std::string& attr) const = 0;
     virtual NodePtr getOMNode(uint64_t idx) const = 0;
     virtual std::shared_ptr<OMStored> getOMStoredPtr() = 0;
+    // This node as a stored value, or null: the cheap test, without a dynamic cast.
+    virtual const OMStored* getOMStoredRaw() const { return nullptr; }
     // The path from the root of the data structure: "/other/val5/1".
     virtual std::string getSelector() const = 0;
     virtual uint64_t getSize() const = 0;

@@ -915,6 +915,15 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
         NodePtr stored;                            // what the store gave back
         NodePtr evaluated;                         // result of an expression
     };
+    if (node && ! task->hasPendingFunctionState()) {
+        const OMType type = node->getType();
+        if (!scope || (type != OMType::Array && type != OMType::Map && type != OMType::Function &&
+                       type != OMType::Expression)) {
+            // A plain value is its own value: no frame for the most common case.
+            retVal = node;
+            return;
+        }
+    }
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     retVal = node;
     SANITY_CHECK(retVal);

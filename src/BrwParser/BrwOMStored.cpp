@@ -114,9 +114,10 @@ std::shared_ptr<OMStored> OMStored::cloneFactory(const IOMNode& fromOMNode, uint
 }
 
 std::shared_ptr<OMStored> OMStored::rewrapFactory(const IOMNode& fromOMNode) {
-    if (auto* stored = dynamic_cast<const OMStored*>(&fromOMNode)) {
-        return std::const_pointer_cast<OMStored>(
-            std::dynamic_pointer_cast<const OMStored>(stored->shared_from_this()));
+    if (const OMStored* stored = fromOMNode.getOMStoredRaw()) {
+        // The same node: shares its owner, no copy.
+        return std::shared_ptr<OMStored>(std::const_pointer_cast<IOMNode>(fromOMNode.shared_from_this()),
+                                         const_cast<OMStored*>(stored));
     }
     std::shared_ptr<OMStored> retVal = undefinedFactory();
     if (!retVal->set(fromOMNode)) {
@@ -335,7 +336,7 @@ std::shared_ptr<IOMNodeIterator> OMStored::getIterator() const {
 }
 
 std::shared_ptr<OMStored> OMStored::getOMStoredPtr() {
-    return std::dynamic_pointer_cast<OMStored>(shared_from_this());
+    return std::shared_ptr<OMStored>(shared_from_this(), this);
 }
 
 bool OMStored::getArrayBegin(OMArray::const_iterator& position) const {

@@ -75,6 +75,9 @@ public:
     // stream the value of a statement ended by a line end is echoed. A statement that fails to parse is
     // reported and the loop goes on; this node holds the value of the last statement.
     virtual void parseAndEvalStream_yielding(const TaskPtr& task, bool& success, const ScopePtr& scope);
+    // The statement loop of parseAndEvalStream_yielding over a given stream.
+    void parseAndEvalFrom_yielding(const TaskPtr& task, bool& success, const ScopePtr& scope,
+                                   const std::shared_ptr<InputStream>& stream);
     // Runs the script file at `scriptFilePath` in `scope` statement by statement; `out` is the value of
     // its last statement, or an error value when the file can't be read.
     virtual void evalScript_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& scope,
@@ -122,6 +125,7 @@ public:
     std::vector<std::string> getKeys() const override;
     std::shared_ptr<IOMNodeIterator> getIterator() const override;
     std::shared_ptr<OMStored> getOMStoredPtr() override;
+    const OMStored* getOMStoredRaw() const override { return this; }
     uint64_t getSize() const override;
     std::string getString() const override;
     OMType getType() const override { return fType; }
@@ -164,9 +168,6 @@ private:
     bool readChild(uint64_t idx, NodePtr& out) const;
     // Adds Undefined elements until `idx` is inside the array.
     void fillArrayUpTo(uint64_t idx);
-    // The statement loop of parseAndEvalStream_yielding over a given stream.
-    void parseAndEvalFrom_yielding(const TaskPtr& task, bool& success, const ScopePtr& scope,
-                                   const std::shared_ptr<InputStream>& stream);
     // Binds a variable of a call's frame.
     static void bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value, NodePtr& stored);
     // Copies the children of `from` into this node's new container.

@@ -195,6 +195,9 @@ bool Task::isYieldDue() {
     if (fIsTimedOut || fIsTimesliceOver) {
         return true;
     }
+    if (fDeadline == 0 && fTimesliceEnd == 0) {
+        return false; // nothing to wait for: no need to read the clock
+    }
     const int64_t now = Clock::now();
     if (fDeadline != 0 && fDeadline <= now) {
         fIsTimedOut = true;

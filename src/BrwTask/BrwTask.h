@@ -94,7 +94,7 @@ public:
             return checkedFrameCast<Frame>(state);
         }
         isFirstEntry = true;
-        fFunctionStates.push_back(std::make_shared<Frame>());
+        fFunctionStates.push_back(std::make_unique<Frame>());
         ++fFunctionStateIndex;
         return static_cast<Frame*>(fFunctionStates.back().get());
     }
@@ -126,7 +126,7 @@ protected:
     [[noreturn]] static void reportFrameMismatch();
 
     TaskMap fChildTasks{8};                                        // running children, by task id
-    std::vector<std::shared_ptr<OMFunctionState>> fFunctionStates; // saved frames, outermost first
+    std::vector<std::unique_ptr<OMFunctionState>> fFunctionStates; // saved frames, outermost first
     std::shared_ptr<InputStream> fIOStream;           // stream given at construction, or made on request
     bool fIsWaitingForInput = true;                   // the body waits for a character
     AsyncIOType fInteractionLevel = ASYNC_IO_INHERIT; // whether a missing character is waited for
