@@ -178,6 +178,14 @@ public:
 
     // Enters all of them into the dispatch table; the table's first look-up runs it.
     static void registerBuiltins();
+    // eval(map?, text, target?...) and evalScript(map?, path, target?...): run script text or a script
+    // file here, in the caller's scope or in a map's; a target address runs it on another coordinator.
+    static void ftn_eval_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                  AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                  OMExpressionLValueResolution& resolution);
+    static void ftn_evalScript_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                        AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                        OMExpressionLValueResolution& resolution);
     static std::shared_ptr<IOMNode> ftn_abs(AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                             OMExpressionLValueResolution& resolution);
     static std::shared_ptr<IOMNode> ftn_enquote(AccessType accessType, const std::shared_ptr<OMScope>& scope,

@@ -100,6 +100,8 @@ NodePtr changeCaseOfThis(OMExpressionLValueResolution& resolution, bool toUpper)
 void OMExpressionLValueToken::registerBuiltins() {
     registerBuiltin(_abs, ftn_abs, nullptr);
     registerBuiltin(_enquote, ftn_enquote, nullptr);
+    registerBuiltin(_eval, nullptr, ftn_eval_yielding);
+    registerBuiltin(_evalScript, nullptr, ftn_evalScript_yielding);
     registerBuiltin(_indexOf, ftn_indexOf, nullptr);
     registerBuiltin(_isNaN, ftn_isNaN, nullptr);
     registerBuiltin(_keys, ftn_keys, nullptr);
