@@ -453,7 +453,7 @@ bool OMStored::setTo(const IOMNode& from, uint64_t cloneNestLevel) {
             fDataStructureKey = key;
         }
         fIsDataStructure = static_cast<bool>(parent) || from.isDataStructure();
-        const auto* fromStored = dynamic_cast<const OMStored*>(&from);
+        const OMStored* fromStored = from.getOMStoredRaw();
         if (fromStored != nullptr && fromStored->fPermissions) {
             fPermissions = std::make_unique<std::unordered_map<std::string, uint32_t>>(*fromStored->fPermissions);
         }
@@ -493,10 +493,8 @@ bool OMStored::setTo(const IOMNode& from, uint64_t cloneNestLevel) {
             success = set(from.getFunctionSignature(), from.getExpression());
             break;
         case OMType::Array:
-            success = copyArrayFrom(from, cloneNestLevel);
-            break;
         case OMType::Map:
-            success = copyMapFrom(from, cloneNestLevel);
+            success = copyContainerFrom(from, cloneNestLevel);
             break;
         default:
             // NOTE: a GUID value can't be copied by assignment; that limit stands.
@@ -511,46 +509,15 @@ bool OMStored::setTo(const IOMNode& from, uint64_t cloneNestLevel) {
     return retVal;
 }
 
-bool OMStored::copyArrayFrom(const IOMNode& from, uint64_t cloneNestLevel) {
+bool OMStored::copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel) {
     bool retVal = false;
     do {
-        SANITY_CHECK(setEmptyArray());
-        const auto* fromStored = dynamic_cast<const OMStored*>(&from);
+        const bool isArray = from.getType() == OMType::Array;
+        SANITY_CHECK(isArray ? setEmptyArray() : setEmptyMap());
+        const OMStored* fromStored = from.getOMStoredRaw();
         if (fromStored != nullptr && ! fIsDataStructure && cloneNestLevel == 0) {
+            // Plain variables share containers.
             fArray = fromStored->fArray;
-            retVal = true;
-            break;
-        }
-        if (cloneNestLevel != 0 && cloneNestLevel != CLONE_ALL_LEVELS) {
-            --cloneNestLevel;
-        }
-        NodePtr thisNode = shared_from_this();
-        bool allOK = true;
-        for (auto iterator = from.getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
-            NodePtr copyFrom = **iterator;
-            if (!copyFrom) {
-                LOG_ERROR("SANITY_CHECK failed: 'copyFrom' evaluates to false");
-                allOK = false;
-                break;
-            }
-            NodePtr copy = cloneFactory(*copyFrom, cloneNestLevel);
-            if (copy && fIsDataStructure) {
-                copy = copy->clone(cloneNestLevel);
-                VERIFY(copy && copy->setDataStructureParent(thisNode, std::to_string(fArray->size())));
-            }
-            fArray->push_back(copy ? copy : undefinedFactory());
-        }
-        retVal = allOK;
-    } while (false);
-    return retVal;
-}
-
-bool OMStored::copyMapFrom(const IOMNode& from, uint64_t cloneNestLevel) {
-    bool retVal = false;
-    do {
-        SANITY_CHECK(setEmptyMap());
-        const auto* fromStored = dynamic_cast<const OMStored*>(&from);
-        if (fromStored != nullptr && ! fIsDataStructure && cloneNestLevel == 0) {
             fMap = fromStored->fMap;
             retVal = true;
             break;
@@ -562,13 +529,13 @@ bool OMStored::copyMapFrom(const IOMNode& from, uint64_t cloneNestLevel) {
         bool allOK = true;
         for (auto iterator = from.getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
             NodePtr copyFrom = **iterator;
-            const std::string key = iterator->getKey();
+            const std::string key = isArray ? std::to_string(fArray->size()) : iterator->getKey();
             if (!copyFrom) {
                 LOG_ERROR("SANITY_CHECK failed: 'copyFrom' evaluates to false");
                 allOK = false;
                 break;
             }
-            if ((getPermissions(key) & PERMISSION_WRITE) == 0) {
+            if (!isArray && (getPermissions(key) & PERMISSION_WRITE) == 0) {
                 LOG_ERROR("not permitted -- need PERMISSION_WRITE");
                 continue;
             }
@@ -577,7 +544,14 @@ bool OMStored::copyMapFrom(const IOMNode& from, uint64_t cloneNestLevel) {
                 copy = copy->clone(cloneNestLevel);
                 VERIFY(copy && copy->setDataStructureParent(thisNode, key));
             }
-            (*fMap)[key] = copy ? copy : undefinedFactory();
+            if (!copy) {
+                copy = undefinedFactory();
+            }
+            if (isArray) {
+                fArray->push_back(copy);
+            } else {
+                (*fMap)[key] = copy;
+            }
         }
         retVal = allOK;
     } while (false);

@@ -171,8 +171,7 @@ private:
     // Binds a variable of a call's frame.
     static void bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value, NodePtr& stored);
     // Copies the children of `from` into this node's new container.
-    bool copyArrayFrom(const IOMNode& from, uint64_t cloneNestLevel);
-    bool copyMapFrom(const IOMNode& from, uint64_t cloneNestLevel);
+    bool copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel);
 
     OMType fType = OMType::Undefined; // the current kind
     union {
