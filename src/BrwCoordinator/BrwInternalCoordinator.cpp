@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <thread>
 
 #include "BrwCoordinator/BrwMainTaskTimesliceTask.h"
@@ -11,7 +14,10 @@
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwInputStreamConsole.h"
 #include "BrwParser/BrwInputStreamStdIn.h"
+#include "BrwParser/BrwOMStored.h"
 #include "BrwParser/BrwOutputStreamStdOut.h"
+#include "BrwTask/BrwCallTask.h"
+#include "BrwTask/BrwParseAndEvalStreamTask.h"
 #include "BrwTask/BrwYielding.h"
 #include "BrwUtils/BrwClock.h"
 
@@ -46,23 +52,57 @@ bool takesArgument(char switchLetter) {
     return lettersWithArgument.find(switchLetter) != std::string::npos;
 }
 
-enum class SwitchKind { UNKNOWN, FLAG, WORD, NUMBER };
+enum class SwitchKind {
+    UNKNOWN,
+    FLAG,   // takes no word and doesn't look at its list
+    BARE,   // takes no word and refuses one
+    WORD,   // takes one word
+    NUMBER, // takes one integer
+};
 
-// What a switch expects behind it.
-SwitchKind switchKindOf(char switchLetter) {
-    switch (switchLetter) {
-    case 's':
-    case 'v':
-        return SwitchKind::FLAG;
-    case 'n':
-    case 'N':
-    case 't':
-        return SwitchKind::WORD;
-    case 'w':
-        return SwitchKind::NUMBER;
-    default:
-        return SwitchKind::UNKNOWN;
+struct SwitchEntry {
+    char letter;          // the letter behind "-"
+    SwitchKind kind;      // what it expects behind it
+    const char* argument; // its argument in the usage text
+    const char* meaning;  // its line of the usage text
+};
+
+// Every switch the program knows, in the order of the usage text.
+const SwitchEntry kSwitches[] = {
+    {'e', SwitchKind::NUMBER, "N", "echo of typed keys at the console, 0 to 3: 1 (the default) and 3 echo"},
+    {'F', SwitchKind::WORD, "FILE", "run this script once at start, before anything else"},
+    {'f', SwitchKind::WORD, "FILE", "run this script, then the mode chosen; - reads standard input"},
+    {'h', SwitchKind::FLAG, "", "print this text and stop"},
+    {'I', SwitchKind::FLAG, "", "read script from standard input and print the value of each statement"},
+    {'i', SwitchKind::FLAG, "", "interactive console; with -I unbuffered standard streams"},
+    {'N', SwitchKind::WORD, "NAME", "short name of this coordinator"},
+    {'n', SwitchKind::WORD, "NAME", "full name of this coordinator (default net.braidwell.coordinator.main)"},
+    {'P', SwitchKind::WORD, "TEXT", "prompt of the console inside an unfinished statement"},
+    {'p', SwitchKind::WORD, "TEXT", "prompt of the console"},
+    {'s', SwitchKind::FLAG, "", "server: stay up until told to stop"},
+    {'t', SwitchKind::WORD, "y|n", "run the built-in self-tests at start, or not"},
+    {'v', SwitchKind::FLAG, "", "print the version and stop"},
+    {'w', SwitchKind::NUMBER, "MS", "grace time in milliseconds before a stop (default 10000)"},
+    {'z', SwitchKind::BARE, "", "ignore Ctrl-C (the interrupt signal) from start-up on"},
+};
+
+const SwitchEntry* findSwitch(char switchLetter) {
+    for (const SwitchEntry& entry : kSwitches) {
+        if (entry.letter == switchLetter) {
+            return &entry;
+        }
     }
+    return nullptr;
+}
+
+// An absolute, normalised path against the current folder; the path as given when that can't be had.
+std::string fullPath(const std::string& path) {
+    if (path.empty()) {
+        return path;
+    }
+    std::error_code error;
+    const std::filesystem::path full = std::filesystem::absolute(path, error);
+    return error ? path : full.lexically_normal().string();
 }
 
 } // namespace
@@ -114,6 +154,30 @@ bool InternalCoordinator::init(int argc, char** argv) {
         SANITY_CHECK(internalCoordinator->createGUID());
         ASSIGN(internalCoordinator->fMainTask, MainTaskTimesliceTask::factory());
         ASSIGN(internalCoordinator->fCoordinatorScope, OMScope::factory(nullptr, OMScope::READS_PARENT));
+        SANITY_CHECK(internalCoordinator->runStartupScript());
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool InternalCoordinator::runStartupScript() {
+    bool retVal = false;
+    do {
+        if (fStartupScriptFilePath.empty()) {
+            retVal = true;
+            break;
+        }
+        LOG_TRACE_F("startup script task started: %s", fStartupScriptFilePath.c_str());
+        std::shared_ptr<OMStored> node = OMStored::undefinedFactory();
+        std::shared_ptr<IOMNode> result;
+        // The task's name makes the check text of a refused run: 'evalScriptTask->runToCompletion()'.
+        if (! CallTask::call("evalScriptTask", [&](const std::shared_ptr<Task>& task) {
+                node->evalScript_yielding(task, result, fCoordinatorScope, fStartupScriptFilePath,
+                                          UNWRAP_RETURN_VALUE);
+            })) {
+            break;
+        }
+        LOG_TRACE_F("startup script task completed: %s", fStartupScriptFilePath.c_str());
         retVal = true;
     } while (false);
     return retVal;
@@ -193,6 +257,10 @@ bool InternalCoordinator::parseCommandLineArgs(int argc, char** argv) {
         }
         LOG_TRACE_F("coordinator name: %s", fCoordinatorName.c_str());
         for (const auto& [letter, args] : switches) {
+            if (findSwitch(letter) == nullptr) {
+                // The failed check goes to the log, which is off by default: say it where a person looks.
+                fprintf(stderr, "unknown switch -%c\n", letter);
+            }
             VERIFY(processCmdLineArg(letter, args));
         }
         LOG_TRACE_F("fReadStdIn = %d", fReadStdIn ? 1 : 0);
@@ -206,48 +274,99 @@ bool InternalCoordinator::parseCommandLineArgs(int argc, char** argv) {
 bool InternalCoordinator::processCmdLineArg(char switchLetter, const std::vector<std::string>& switchArgs) {
     bool retVal = false;
     do {
-        const SwitchKind kind = switchKindOf(switchLetter);
-        bool success = kind != SwitchKind::UNKNOWN;
+        const SwitchEntry* entry = findSwitch(switchLetter);
+        bool success = entry != nullptr;
         SANITY_CHECK(success);
-        if (kind == SwitchKind::WORD) {
+        if (entry->kind == SwitchKind::WORD) {
             SANITY_CHECK(switchArgs.size() == 1);
-        } else if (kind == SwitchKind::NUMBER) {
+        } else if (entry->kind == SwitchKind::NUMBER) {
             SANITY_CHECK(switchArgs.size() == 1 && Utils::isNumeric(switchArgs[0]));
+        } else if (entry->kind == SwitchKind::BARE) {
+            SANITY_CHECK(switchArgs.size() == 0);
         }
-        const std::string argument = switchArgs.empty() ? std::string() : switchArgs[0];
-        switch (switchLetter) {
-        case 'n':
-            fCoordinatorName = argument;
-            break;
-        case 'N':
-            fCoordinatorShortName = argument;
-            break;
-        case 's':
-            fIsServer = true;
-            break;
-        case 't':
-            if (Utils::toLower(argument) == "y") {
-                fRunTests = true;
-                LOG_TRACE("startup tests: on");
-            } else if (Utils::toLower(argument) == "n") {
-                fRunTests = false;
-                LOG_TRACE("startup tests: off");
-            }
-            break;
-        case 'v':
-            printf("%sb%d\n", VERSION, BUILD);
-            fflush(stdout);
-            fIsVersionRequested = true;
-            break;
-        case 'w':
-            fDelayQuitMicroseconds = Utils::toInt64(argument) * 1000;
-            break;
-        default:
-            break;
-        }
+        SANITY_CHECK(applySwitch(switchLetter, switchArgs.empty() ? std::string() : switchArgs[0]));
         retVal = true;
     } while (false);
     return retVal;
+}
+
+bool InternalCoordinator::applySwitch(char switchLetter, const std::string& argument) {
+    bool retVal = true;
+    switch (switchLetter) {
+    case 'e':
+        fConsoleEcho = static_cast<int32_t>(Utils::toInt64(argument));
+        if (fConsoleEcho < 0 || fConsoleEcho > 3) {
+            fConsoleEcho = 0;
+        }
+        break;
+    case 'F':
+        fStartupScriptFilePath = fullPath(argument);
+        break;
+    case 'f':
+        fScriptFilePath = argument == "-" ? argument : fullPath(argument);
+        break;
+    case 'h':
+        fputs(getUsageText().c_str(), stdout);
+        fflush(stdout);
+        std::exit(0);
+    case 'I':
+        fReadStdIn = true;
+        break;
+    case 'i':
+        fIsInteractive = true;
+        break;
+    case 'n':
+        fCoordinatorName = argument;
+        break;
+    case 'N':
+        fCoordinatorShortName = argument;
+        break;
+    case 'P':
+        fPromptContinuation = argument;
+        break;
+    case 'p':
+        fPrompt = argument;
+        break;
+    case 's':
+        fIsServer = true;
+        break;
+    case 't':
+        if (Utils::toLower(argument) == "y") {
+            fRunTests = true;
+            LOG_TRACE("startup tests: on");
+        } else if (Utils::toLower(argument) == "n") {
+            fRunTests = false;
+            LOG_TRACE("startup tests: off");
+        }
+        break;
+    case 'v':
+        printf("%sb%d\n", VERSION, BUILD);
+        fflush(stdout);
+        fIsVersionRequested = true;
+        break;
+    case 'w':
+        fDelayQuitMicroseconds = Utils::toInt64(argument) * 1000;
+        break;
+    case 'z':
+        retVal = std::signal(SIGINT, SIG_IGN) != SIG_ERR;
+        break;
+    default:
+        retVal = false;
+        break;
+    }
+    return retVal;
+}
+
+std::string InternalCoordinator::getUsageText() {
+    std::string text = "usage: braidwell [switches]\n";
+    for (const SwitchEntry& entry : kSwitches) {
+        std::string switchText = std::string("-") + entry.letter;
+        if (entry.argument[0] != 0) {
+            switchText += std::string(" ") + entry.argument;
+        }
+        text += Utils::format("  %-9s %s\n", switchText.c_str(), entry.meaning);
+    }
+    return text;
 }
 
 bool InternalCoordinator::terminate() {
@@ -291,9 +410,22 @@ bool InternalCoordinator::runActiveTasksUntil(int64_t deadline) {
             budget = std::clamp<int64_t>((deadline - Clock::now()) / 1000, 0, budget);
         }
         SANITY_CHECK(Task::runActiveTasks(budget));
+        if (isAnyTaskRunningScript()) {
+            fIdleBackoff.reportActivity();
+        }
         retVal = fMainTask->isTaskCompleted() || (deadline != 0 && Clock::now() >= deadline);
     } while (false);
     return retVal;
+}
+
+bool InternalCoordinator::isAnyTaskRunningScript() {
+    for (const std::shared_ptr<Task>& task : Task::getActiveTasks()) {
+        if (task->isStarted() && ! task->isTaskCompleted() && ! task->isWaitingForInput() &&
+            task->getFunctionStateCount() > 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool InternalCoordinator::runEventLoop(int64_t microseconds) {
@@ -362,6 +494,19 @@ std::shared_ptr<InputStream> InternalCoordinator::inputStreamFactory() {
         }
     } while (false);
     return fInputStream;
+}
+
+std::shared_ptr<Task> InternalCoordinator::startConsole() {
+    std::shared_ptr<Task> retVal;
+    do {
+        // A null stream makes the task take the process's input stream, prompted.
+        std::shared_ptr<Task> consoleTask;
+        ASSIGN(consoleTask,
+               ParseAndEvalStreamTask::factory(OMStored::undefinedFactory(), fCoordinatorScope, nullptr));
+        SANITY_CHECK(Task::startTask(consoleTask));
+        retVal = consoleTask;
+    } while (false);
+    return retVal;
 }
 
 std::shared_ptr<OutputStream> InternalCoordinator::outputStreamFactory() {

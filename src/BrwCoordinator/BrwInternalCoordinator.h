@@ -35,6 +35,7 @@ public:
     static inline bool fIsServer = false;                               // stay up until told to stop
     static inline bool fRunTests = false;                               // run the self-tests at start
     static inline std::string fScriptFilePath;               // script to run, "-" for standard input
+    static inline std::string fStartupScriptFilePath;        // script run once at start, before all else
     static inline std::string fRemoteCoordinatorURL;         // run the script there instead of here
     static inline int64_t fEventLoopMicroseconds = 5000;     // one runEventLoop turn of the server loop
     static inline int64_t fEventLoopSleepMicroseconds = 500; // base of the idle back-off
@@ -64,6 +65,8 @@ public:
     [[nodiscard]] static bool parseCommandLineArgs(int argc, char** argv);
     [[nodiscard]] static bool processCmdLineArg(char switchLetter,
                                                 const std::vector<std::string>& switchArgs);
+    // The switches, one line each, as -h prints them.
+    static std::string getUsageText();
 
     static const std::string& getCoordinatorName() { return fCoordinatorName; }
     static int64_t getEventLoopMicroseconds() { return fEventLoopMicroseconds; }
@@ -91,6 +94,8 @@ public:
     std::shared_ptr<InputStream> inputStreamFactory();
     // The process's standard output stream, made at the first call.
     std::shared_ptr<OutputStream> outputStreamFactory();
+    // Starts the evaluator of a person's console on the process's input stream; the task, or null.
+    std::shared_ptr<Task> startConsole();
 
     const std::shared_ptr<Task>& getMainTask() const { return fMainTask; }
     // Where scripts of this coordinator run: below the root scope, sees it read-only.
@@ -109,6 +114,13 @@ private:
     // Runs the started tasks with what is left of this turn; true when the loop must end: the main task
     // has ended or the deadline has passed.
     bool runActiveTasksUntil(int64_t deadline);
+    // True when a started task is in the middle of script code rather than waiting for input: the event
+    // loop must not sleep then.
+    static bool isAnyTaskRunningScript();
+    // Sets what a checked switch stands for.
+    [[nodiscard]] static bool applySwitch(char switchLetter, const std::string& argument);
+    // Runs the startup script of -F to its end in the coordinator scope.
+    [[nodiscard]] bool runStartupScript();
 
     bool fIsTerminating = false;     // set once by terminate(); never reset
     std::shared_ptr<Task> fMainTask; // runs timeslice_yielding

@@ -7,9 +7,15 @@
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwClassTest.h"
 #include "BrwMain/BrwTest.h"
+#include "BrwParser/BrwIOStreamPrompted.h"
+#include "BrwParser/BrwInputStreamStdIn.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
+#include "BrwParser/BrwOutputStreamStdOut.h"
+#include "BrwParser/BrwOutputStreamString.h"
 #include "BrwTask/BrwEvalTask.h"
+#include "BrwTask/BrwInstrumentScriptStreamTask.h"
+#include "BrwTask/BrwParseAndEvalStreamTask.h"
 #include "BrwTask/BrwTask.h"
 
 namespace Brw {
@@ -52,11 +58,15 @@ int main(int argc, char** argv) {
             InternalCoordinator::fReadStdIn = true;
         } else if (! InternalCoordinator::fScriptFilePath.empty()) {
             // Run to its end before any loop; the loop chosen next still runs afterwards.
-            EvalScriptTask::call(OMStored::undefinedFactory(), coordinatorScope, InternalCoordinator::fScriptFilePath,
-                                 UNWRAP_RETURN_VALUE);
+            EvalScriptTask::call(OMStored::undefinedFactory(), coordinatorScope,
+                                 InternalCoordinator::fScriptFilePath, UNWRAP_RETURN_VALUE);
         }
-        if (InternalCoordinator::fIsServer ||
-            coordinatorName == InternalCoordinator::REFLECTOR_COORDINATOR_NAME) {
+        if (InternalCoordinator::fReadStdIn) {
+            SANITY_CHECK(stdInLoop());
+        } else if (InternalCoordinator::fIsInteractive) {
+            SANITY_CHECK(consoleLoop());
+        } else if (InternalCoordinator::fIsServer ||
+                   coordinatorName == InternalCoordinator::REFLECTOR_COORDINATOR_NAME) {
             SANITY_CHECK(serverLoop());
         } else {
             SANITY_CHECK(shortStartThenStopLoop());
@@ -94,6 +104,126 @@ bool shortStartThenStopLoop() {
         SANITY_CHECK(internalCoordinator->runEventLoop( InternalCoordinator::getDelayQuitMicroseconds()));
         // clang-format on
         SANITY_CHECK(internalCoordinator->terminate());
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool consoleLoop() {
+    bool retVal = false;
+    do {
+        std::shared_ptr<InternalCoordinator> internalCoordinator;
+        ASSIGN(internalCoordinator,
+               std::dynamic_pointer_cast<Brw::InternalCoordinator>(Brw::InternalCoordinator::factory()));
+        std::shared_ptr<Task> consoleTask;
+        ASSIGN(consoleTask, internalCoordinator->startConsole());
+        do {
+            SANITY_CHECK(internalCoordinator->runEventLoop(InternalCoordinator::getEventLoopMicroseconds()));
+            // The console's evaluator ends at the end of its input: so does the session.
+            if (consoleTask->isTaskCompleted() && ! internalCoordinator->isTerminating()) {
+                internalCoordinator->terminate();
+            }
+        } while (! internalCoordinator->isTerminatingAndIdle());
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+namespace {
+
+// The standard-input mode: standard input -> instrumenter -> string stream -> evaluator -> standard output.
+struct StdInPipeline {
+    std::shared_ptr<IOStreamPrompted> intermediateIOStreamPrompted; // standard input in, statements out
+    std::shared_ptr<IOStreamPrompted> outputIOStreamPrompted;       // statements in, values out
+    std::shared_ptr<Task> instrumentTask;                           // rewrites raw input into statements
+    std::shared_ptr<Task> evalTask;                                 // evaluates statements and echoes values
+};
+
+bool makeStdInStreams(InternalCoordinator& internalCoordinator, StdInPipeline& pipeline) {
+    bool retVal = false;
+    do {
+        // This mode shows no prompt: both streams get an empty string as their prompt.
+        std::shared_ptr<OMStored> promptNode = OMStored::factory(std::string());
+        std::shared_ptr<InputStreamStdIn> inputStreamStdIn =
+            std::dynamic_pointer_cast<InputStreamStdIn>(internalCoordinator.inputStreamFactory());
+        SANITY_CHECK(inputStreamStdIn);
+        auto intermediateOutStreamString = std::make_shared<OutputStreamString>();
+        SANITY_CHECK(intermediateOutStreamString);
+        std::shared_ptr<OutputStreamStdOut> outputStreamStdOut =
+            std::dynamic_pointer_cast<OutputStreamStdOut>(internalCoordinator.outputStreamFactory());
+        SANITY_CHECK(outputStreamStdOut);
+        auto intermediateIOStreamPrompted =
+            std::make_shared<IOStreamPrompted>(inputStreamStdIn, intermediateOutStreamString);
+        SANITY_CHECK(intermediateIOStreamPrompted);
+        auto outputIOStreamPrompted =
+            std::make_shared<IOStreamPrompted>(intermediateOutStreamString, outputStreamStdOut);
+        SANITY_CHECK(outputIOStreamPrompted);
+        if (InternalCoordinator::fIsInteractive) {
+            SANITY_CHECK(! setvbuf(stdin, nullptr, _IONBF, 0));
+            SANITY_CHECK(! setvbuf(stdout, nullptr, _IONBF, 0));
+        }
+        intermediateIOStreamPrompted->setPromptNode(promptNode);
+        outputIOStreamPrompted->setPromptNode(promptNode);
+        pipeline.intermediateIOStreamPrompted = intermediateIOStreamPrompted;
+        pipeline.outputIOStreamPrompted = outputIOStreamPrompted;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+// Both tasks are children of the main task; the evaluator is the one a prompt waits for.
+bool makeStdInTasks(InternalCoordinator& internalCoordinator, StdInPipeline& pipeline) {
+    bool retVal = false;
+    do {
+        const std::shared_ptr<Task>& mainTask = internalCoordinator.getMainTask();
+        SANITY_CHECK(mainTask);
+        std::shared_ptr<OMStored> node = OMStored::undefinedFactory();
+        SANITY_CHECK(node);
+        std::shared_ptr<OMScope> parserScope = internalCoordinator.getCoordinatorScope();
+        SANITY_CHECK(parserScope);
+        std::shared_ptr<Task> instrumentScriptStreamTask =
+            InstrumentScriptStreamTask::factory(node, parserScope, "", pipeline.intermediateIOStreamPrompted);
+        SANITY_CHECK(instrumentScriptStreamTask);
+        instrumentScriptStreamTask->setName("stdInTask");
+        mainTask->registerChildTask(instrumentScriptStreamTask);
+        std::shared_ptr<Task> parseAndEvalStreamTask =
+            ParseAndEvalStreamTask::factory(node, parserScope, pipeline.outputIOStreamPrompted);
+        SANITY_CHECK(parseAndEvalStreamTask);
+        mainTask->registerChildTask(parseAndEvalStreamTask);
+        IOStreamPrompted::setConsumerTask(parseAndEvalStreamTask);
+        pipeline.instrumentTask = instrumentScriptStreamTask;
+        pipeline.evalTask = parseAndEvalStreamTask;
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+} // namespace
+
+bool stdInLoop() {
+    bool retVal = false;
+    do {
+        std::shared_ptr<InternalCoordinator> internalCoordinator;
+        ASSIGN(internalCoordinator,
+               std::dynamic_pointer_cast<Brw::InternalCoordinator>(Brw::InternalCoordinator::factory()));
+        StdInPipeline pipeline;
+        SANITY_CHECK(makeStdInStreams(*internalCoordinator, pipeline));
+        SANITY_CHECK(makeStdInTasks(*internalCoordinator, pipeline));
+        // Started last, the instrumenter runs first in each turn: the evaluator finds its statements.
+        SANITY_CHECK(Task::startTask(pipeline.evalTask));
+        SANITY_CHECK(Task::startTask(pipeline.instrumentTask));
+        do {
+            SANITY_CHECK(internalCoordinator->runEventLoop(InternalCoordinator::getEventLoopMicroseconds()));
+            if (pipeline.outputIOStreamPrompted->atEOF()) {
+                // Everything read has been evaluated: a grace time for what it started, then stop.
+                // The check text keeps its established spacing.
+                // clang-format off
+                SANITY_CHECK(internalCoordinator->runEventLoop( InternalCoordinator::getDelayQuitMicroseconds()));
+                // clang-format on
+                internalCoordinator->terminate();
+            }
+        } while (! internalCoordinator->isTerminatingAndIdle());
+        IOStreamPrompted::setConsumerTask(nullptr);
         retVal = true;
     } while (false);
     return retVal;

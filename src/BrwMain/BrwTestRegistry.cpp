@@ -15,6 +15,7 @@
 #include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwLiteralsTest.h"
 #include "BrwParser/BrwStreamTest.h"
+#include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
 #include "BrwTask/BrwTaskTest.h"
 #include "BrwTask/BrwYieldingTest.h"
 #include "BrwUtils/BrwUtilsTest.h"
@@ -40,6 +41,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<StreamTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<LiteralsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<BuiltinsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
         retVal = true;
     } while (false);
     return retVal;
