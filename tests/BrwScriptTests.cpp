@@ -1,0 +1,178 @@
+// The language, end to end: every tests/scripts/*.bwq runs through the standard-input mode of the real
+// program, and its standard output must be exactly the `// expect: ` lines of the script, in order; each
+// `// expect error: ` text must appear on standard error, in order. Then the same corpus, mutated, runs
+// in-process under a time-out: malformed input must never crash or hang the interpreter.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "BrwCoordinator/BrwInternalCoordinator.h"
+#include "BrwLogger/BrwLogger.h"
+#include "BrwLogger/BrwScriptErrorLog.h"
+#include "BrwMain/BrwMain.h"
+#include "BrwParser/BrwIOStreamPrompted.h"
+#include "BrwParser/BrwInputStreamString.h"
+#include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwOMStored.h"
+#include "BrwParser/BrwOutputStreamString.h"
+#include "BrwTask/BrwCallTask.h"
+#include "BrwTestEnvironment.h"
+
+namespace {
+
+const std::string kBinary = BRW_BINARY_PATH;
+const std::filesystem::path kScriptDir = BRW_SCRIPT_DIR;
+
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<std::filesystem::path> corpus() {
+    std::vector<std::filesystem::path> scripts;
+    for (const auto& entry : std::filesystem::directory_iterator(kScriptDir)) {
+        if (entry.path().extension() == ".bwq") {
+            scripts.push_back(entry.path());
+        }
+    }
+    std::sort(scripts.begin(), scripts.end());
+    return scripts;
+}
+
+// The text after `marker` on each line that has it.
+std::vector<std::string> expectations(const std::string& script, const std::string& marker) {
+    std::vector<std::string> lines;
+    std::istringstream input(script);
+    for (std::string line; std::getline(input, line);) {
+        const size_t at = line.find(marker);
+        if (at != std::string::npos) {
+            lines.push_back(line.substr(at + marker.size()));
+        }
+    }
+    return lines;
+}
+
+class ScriptTest : public testing::Test {
+public:
+    explicit ScriptTest(std::filesystem::path script) : fScript(std::move(script)) {}
+
+    void TestBody() override {
+        const std::string text = readFile(fScript);
+        const auto result = BrwTests::runProcess({kBinary, "-I", "-w", "0"}, text, 30000);
+        ASSERT_FALSE(result.timedOut) << fScript;
+        EXPECT_EQ(result.exitCode, 0);
+        std::string expectedOutput;
+        for (const std::string& line : expectations(text, "// expect: ")) {
+            expectedOutput += line + "\n";
+        }
+        EXPECT_EQ(result.standardOutput, expectedOutput) << "standard error:\n" << result.standardError;
+        size_t from = 0;
+        for (const std::string& error : expectations(text, "// expect error: ")) {
+            const size_t at = result.standardError.find(error, from);
+            EXPECT_NE(at, std::string::npos) << "missing error \"" << error << "\" in:\n" << result.standardError;
+            from = at == std::string::npos ? from : at + error.size();
+        }
+    }
+
+private:
+    std::filesystem::path fScript;
+};
+
+// Runs a text statement by statement, as a session does, with a time-out for loops the mutation made
+// endless; what it prints is dropped.
+void runInProcess(const std::string& text) {
+    auto input = std::make_shared<Brw::InputStreamString>(text);
+    input->setAtEOF();
+    auto output = std::make_shared<Brw::OutputStreamString>();
+    auto stream = std::make_shared<Brw::IOStreamPrompted>(input, output);
+    stream->setPromptNode(Brw::OMStored::factory(""));
+    stream->setContinuationPromptNode(Brw::OMStored::factory(""));
+    auto scope = Brw::OMScope::factory(nullptr, Brw::OMScope::READS_PARENT);
+    auto node = Brw::OMStored::undefinedFactory();
+    Brw::CallTask::call(
+        "fuzz",
+        [&](const std::shared_ptr<Brw::Task>& task) {
+            bool success = false;
+            node->parseAndEvalFrom_yielding(task, success, scope, stream);
+        },
+        200000);
+}
+
+TEST(ScriptFuzzTest, MutatedCorpusNeverCrashesOrHangs) {
+    std::mt19937 random(20261121);
+    const std::string errorFile = (std::filesystem::path(BrwTests::isolatedHome()) / "fuzz-errors.txt").string();
+    Brw::ScriptErrorLog::setFile(errorFile);
+    int runs = 0;
+    for (const auto& script : corpus()) {
+        const std::string text = readFile(script);
+        for (int mutation = 0; mutation < 40 && ! text.empty(); ++mutation) {
+            std::string mutated = text;
+            const size_t position = random() % mutated.size();
+            switch (mutation % 4) {
+            case 0:
+                mutated[position] = static_cast<char>(random() % 256);
+                break;
+            case 1:
+                mutated.resize(position);
+                break;
+            case 2:
+                mutated.insert(position, 1, "(){}[];,'\"/*<=+-!?:\n"[random() % 21]);
+                break;
+            default:
+                mutated.erase(position, 1 + random() % 8);
+                break;
+            }
+            runInProcess(mutated);
+            ++runs;
+        }
+    }
+    for (int i = 0; i < 40; ++i) {
+        std::string noise(1 + random() % 200, ' ');
+        std::generate(noise.begin(), noise.end(), [&] { return static_cast<char>(random() % 256); });
+        runInProcess(noise);
+        ++runs;
+    }
+    Brw::ScriptErrorLog::setFile("");
+    EXPECT_GT(runs, 100);
+}
+
+TEST(ScriptProcessFuzzTest, RandomBytesEndWithStatusZero) {
+    std::mt19937 random(7);
+    for (int i = 0; i < 8; ++i) {
+        std::string noise(1 + random() % 500, ' ');
+        std::generate(noise.begin(), noise.end(), [&] { return static_cast<char>(random() % 256); });
+        const auto result = BrwTests::runProcess({kBinary, "-I", "-w", "0"}, noise, 30000);
+        EXPECT_FALSE(result.timedOut);
+        EXPECT_EQ(result.exitCode, 0);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    BrwTests::isolateHome();
+    char programName[] = "brw_scripttests";
+    char* coordinatorArgs[] = {programName, nullptr};
+    if (!Brw::InternalCoordinator::init(1, coordinatorArgs)) {
+        fprintf(stderr, "the coordinator did not start\n");
+        return 1;
+    }
+    for (const auto& script : corpus()) {
+        testing::RegisterTest("Script", script.stem().c_str(), nullptr, nullptr, __FILE__, __LINE__,
+                              [script]() -> testing::Test* { return new ScriptTest(script); });
+    }
+    int result = RUN_ALL_TESTS();
+    Brw::tearDown();
+    if (!Brw::verifyNoObjectLeft()) {
+        result = 1;
+    }
+    return result;
+}
