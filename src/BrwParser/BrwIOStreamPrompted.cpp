@@ -96,6 +96,9 @@ bool IOStreamPrompted::showPrompt(const std::shared_ptr<Task>& task, bool toStdO
         } else {
             SANITY_CHECK(fNestedOutputStream->write(text));
             fNestedOutputStream->flush();
+            // The prompt for the next line is out: reading that line must not show it again.
+            fIsPromptShown = true;
+            fIsPromptNeeded = false;
         }
         retVal = true;
     } while (false);
