@@ -79,7 +79,8 @@ void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, boo
             resolution.fResolvedNode2 = resolution.fResolvedNode2->unwrapReturnValue();
             SANITY_CHECK(resolution.fResolvedNode2);
         }
-        if (fBinOp == ASSIGN &&
+        // A fresh result that nothing else holds needs no copy: nobody can see the difference.
+        if (fBinOp == ASSIGN && resolution.fResolvedNode2.use_count() > 1 &&
             (resolution.fResolvedNode2 == fNode2 || resolution.fResolvedNode2->isScalar())) {
             // The tree and the target share nothing; a container from another variable is shared.
             resolution.fResolvedNode2 = resolution.fResolvedNode2->clone(OMStored::CLONE_ALL_LEVELS);

@@ -690,6 +690,12 @@ bool OMNode::isResolved(ScriptPhase scriptPhase) const {
     switch (getType()) {
     case OMType::Array:
     case OMType::Map: {
+        if (scriptPhase == RUN) {
+            // Containers that reach run time were built from resolved values (getResolvedNode_yielding
+            // copies a literal with its elements resolved): walking a large map on every access would
+            // make each access cost its size.
+            return true;
+        }
         std::shared_ptr<IOMNodeIterator> iterator = getIterator();
         if (!iterator) {
             LOG_ERROR("SANITY_CHECK failed: 'iter' evaluates to false");
