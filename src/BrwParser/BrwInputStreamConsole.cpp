@@ -27,39 +27,7 @@ InputStreamConsole::~InputStreamConsole() {
     }
 }
 
-bool InputStreamConsole::next() {
-    bool retVal = false;
-    do {
-        SANITY_CHECK(fPeekedChar >= 0);
-        ++fPos;
-        fPeekedChar = NOTHING_YET;
-        retVal = true;
-    } while (false);
-    return retVal;
-}
-
-bool InputStreamConsole::clear() {
-    if (fPeekedChar != AT_END) {
-        fPeekedChar = NOTHING_YET;
-    }
-    return true;
-}
-
-int InputStreamConsole::getChar() {
-    if (fIsAtEOF) {
-        return AT_END;
-    }
-    const int coordinatorState = coordinatorInputState();
-    if (coordinatorState != 0) {
-        if (coordinatorState == AT_END) {
-            fPeekedChar = AT_END;
-            setAtEOF();
-        }
-        return coordinatorState;
-    }
-    if (fPeekedChar != NOTHING_YET) {
-        return fPeekedChar;
-    }
+int InputStreamConsole::readChar() {
     const int readable = Terminal::pollReadable(fFd);
     if (readable == 0) {
         return NOTHING_YET;
@@ -72,12 +40,9 @@ int InputStreamConsole::getChar() {
     // NOTE: a raw terminal hands Ctrl-D over as a character; it ends the input as it would in the
     // terminal's own line editing.
     if (count <= 0 || (fIsTerminal && byte == kEndOfTransmission)) {
-        fPeekedChar = AT_END;
-        setAtEOF();
         return AT_END;
     }
-    fPeekedChar = static_cast<unsigned char>(byte);
-    return fPeekedChar;
+    return static_cast<unsigned char>(byte);
 }
 
 } // namespace Brw

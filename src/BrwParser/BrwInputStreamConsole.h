@@ -2,14 +2,14 @@
 
 #include <cstdint>
 
-#include "BrwParser/BrwInputStream.h"
+#include "BrwParser/BrwInputStreamPolled_abstract.h"
 
 namespace Brw {
 
 // The keyboard of a person at a terminal, polled without blocking. While the stream lives a terminal at
 // standard input delivers each key at once and doesn't echo: the prompted stream echoes what it reads.
 // Without a terminal the same polling reads whatever comes, from standard input or another descriptor.
-class InputStreamConsole : public virtual InputStream {
+class InputStreamConsole : public InputStreamPolled_abstract {
 public:
     static constexpr const char* TYPENAME = "InputStreamConsole";
 
@@ -18,22 +18,15 @@ public:
     InputStreamConsole(const InputStreamConsole&) = delete;
     InputStreamConsole& operator=(const InputStreamConsole&) = delete;
 
-    // Refused while no character is shown.
-    bool next() override;
-    bool clear() override;
-    // Ends with the coordinator: once it is gone or terminating, the stream is over.
-    int getChar() override;
-    uint64_t getPos() const override { return fPos; }
-    // Only the current position: what was typed is not kept.
-    bool setPos(uint64_t pos) override { return pos == fPos; }
 
     int32_t getEchoMode() const { return fEchoMode; }
     // Modes 1 and 3 echo what is read.
     bool isEchoOn() const { return fEchoMode == 1 || fEchoMode == 3; }
 
+protected:
+    int readChar() override;
+
 private:
-    int fPeekedChar = NOTHING_YET; // the character getChar shows, or AT_END, or NOTHING_YET
-    uint64_t fPos = 0;             // characters consumed
     int32_t fEchoMode;             // the consoleEcho setting
     int fFd;                       // the descriptor read
     bool fIsTerminal;              // fd is a terminal

@@ -5,47 +5,14 @@
 
 namespace Brw {
 
-bool InputStreamStdIn::next() {
-    bool retVal = false;
-    do {
-        SANITY_CHECK(fPeekedChar >= 0);
-        ++fPos;
-        fPeekedChar = NOTHING_YET;
-        retVal = true;
-    } while (false);
-    return retVal;
-}
-
-bool InputStreamStdIn::clear() {
-    if (fPeekedChar != AT_END) {
-        fPeekedChar = NOTHING_YET;
-    }
-    return true;
-}
-
-int InputStreamStdIn::getChar() {
-    if (fIsAtEOF) {
-        return AT_END;
-    }
-    const int coordinatorState = coordinatorInputState();
-    if (coordinatorState != 0) {
-        if (coordinatorState == AT_END) {
-            fPeekedChar = AT_END;
-            setAtEOF();
-        }
-        return coordinatorState;
-    }
-    if (fPeekedChar != NOTHING_YET) {
-        return fPeekedChar;
-    }
+int InputStreamStdIn::readChar() {
     if (fReadBufferPos >= fReadBuffer.size()) {
         const int filled = fillReadBuffer();
         if (filled != 0) {
             return filled;
         }
     }
-    fPeekedChar = static_cast<unsigned char>(fReadBuffer[fReadBufferPos++]);
-    return fPeekedChar;
+    return static_cast<unsigned char>(fReadBuffer[fReadBufferPos++]);
 }
 
 int InputStreamStdIn::fillReadBuffer() {
@@ -60,8 +27,6 @@ int InputStreamStdIn::fillReadBuffer() {
     }
     if (count <= 0) {
         EXPECTED(count == 0);
-        fPeekedChar = AT_END;
-        setAtEOF();
         return AT_END;
     }
     fReadBuffer.assign(block, static_cast<size_t>(count));
