@@ -95,57 +95,54 @@ void OMNode::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, 
     out = OMStored::errorFactory();
 }
 
-void OMNode::accessOMNodeUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                             const OMArgs& args, AccessType accessType, const std::string& attr,
-                                             NodePtr& out) {
+namespace {
+
+// Evaluates the arguments of a function-style access, then makes the access with them; a read-only access
+// never writes, whatever `accessType` says.
+template <class Key>
+void accessUnresolved_yielding(const IOMNode::TaskPtr& task, bool& found, IOMNode& node,
+                               const IOMNode::ScopePtr& scope, const OMArgs& args, AccessType accessType,
+                               bool isReadOnly, const Key& key, IOMNode::NodePtr& out) {
     struct LocalVariableState : OMFunctionState {
         OMArgs resolvedArgs;
         bool argsFound = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, found = false);
-    YIELDING_CALL(resolveArgumentList_yielding(task, frame->resolvedArgs, accessType, args, frame->argsFound,
-                                               scope, RUN));
-    YIELDING_CALL(accessOMNodeResolved_yielding(task, found, scope, frame->resolvedArgs, accessType, attr, out));
+    YIELDING_CALL(OMNode::resolveArgumentList_yielding(task, frame->resolvedArgs, isReadOnly ? GET : accessType, args,
+                                                       frame->argsFound, scope, RUN));
+    if (isReadOnly) {
+        YIELDING_CALL(node.accessOMNodeReadOnlyResolved_yielding(task, found, scope, frame->resolvedArgs, key, out));
+    } else {
+        YIELDING_CALL(
+            node.accessOMNodeResolved_yielding(task, found, scope, frame->resolvedArgs, accessType, key, out));
+    }
     YIELDING_END;
+}
+
+} // namespace
+
+void OMNode::accessOMNodeUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                             const OMArgs& args, AccessType accessType, const std::string& attr,
+                                             NodePtr& out) {
+    accessUnresolved_yielding(task, found, *this, scope, args, accessType, false, attr, out);
 }
 
 void OMNode::accessOMNodeUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
                                              const OMArgs& args, AccessType accessType, uint64_t idx,
                                              NodePtr& out) {
-    struct LocalVariableState : OMFunctionState {
-        OMArgs resolvedArgs;
-        bool argsFound = false;
-    };
-    YIELDING_BEGIN(LocalVariableState, frame, found = false);
-    YIELDING_CALL(resolveArgumentList_yielding(task, frame->resolvedArgs, accessType, args, frame->argsFound,
-                                               scope, RUN));
-    YIELDING_CALL(accessOMNodeResolved_yielding(task, found, scope, frame->resolvedArgs, accessType, idx, out));
-    YIELDING_END;
+    accessUnresolved_yielding(task, found, *this, scope, args, accessType, false, idx, out);
 }
 
 void OMNode::accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
                                                      const OMArgs& args, const std::string& attr,
                                                      NodePtr& out) const {
-    struct LocalVariableState : OMFunctionState {
-        OMArgs resolvedArgs;
-        bool argsFound = false;
-    };
-    YIELDING_BEGIN(LocalVariableState, frame, found = false);
-    YIELDING_CALL(resolveArgumentList_yielding(task, frame->resolvedArgs, GET, args, frame->argsFound, scope, RUN));
-    YIELDING_CALL(accessOMNodeReadOnlyResolved_yielding(task, found, scope, frame->resolvedArgs, attr, out));
-    YIELDING_END;
+    // Read-only: the node is only read through the const access.
+    accessUnresolved_yielding(task, found, const_cast<OMNode&>(*this), scope, args, GET, true, attr, out);
 }
 
 void OMNode::accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
                                                      const OMArgs& args, uint64_t idx, NodePtr& out) const {
-    struct LocalVariableState : OMFunctionState {
-        OMArgs resolvedArgs;
-        bool argsFound = false;
-    };
-    YIELDING_BEGIN(LocalVariableState, frame, found = false);
-    YIELDING_CALL(resolveArgumentList_yielding(task, frame->resolvedArgs, GET, args, frame->argsFound, scope, RUN));
-    YIELDING_CALL(accessOMNodeReadOnlyResolved_yielding(task, found, scope, frame->resolvedArgs, idx, out));
-    YIELDING_END;
+    accessUnresolved_yielding(task, found, const_cast<OMNode&>(*this), scope, args, GET, true, idx, out);
 }
 
 bool OMNode::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType,
