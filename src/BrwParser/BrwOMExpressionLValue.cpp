@@ -83,12 +83,10 @@ std::shared_ptr<OMExpressionLValue> OMExpressionLValue::factory(const NodePtr& p
 
 void OMExpressionLValue::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
                                       const std::shared_ptr<OMScope>& scope, ScriptPhase phase) {
-    struct LocalVariableState : OMFunctionState {
-        NodePtr noNewValue; // reading: nothing to write
-    };
-    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    YIELDING_CALL(get_yielding(task, result, accessType, scope, phase, frame->noNewValue));
-    YIELDING_END;
+    // Reading: nothing to write. The long form only reads this, so one empty pointer serves every call, and
+    // forwarding as the last act needs no frame of its own.
+    static NodePtr noNewValue;
+    get_yielding(task, result, accessType, scope, phase, noNewValue);
 }
 
 void OMExpressionLValue::set_yielding(const std::shared_ptr<Task>& task, bool& success, NodePtr& value,
@@ -111,6 +109,13 @@ void OMExpressionLValue::resolve_yielding(const std::shared_ptr<Task>& task, boo
         bool argumentsFound = false;
         NodePtr parent;
     };
+    if (!fParent && ! fUnresolvedArgumentList && ! task->hasPendingFunctionState() && scope &&
+        scope->getType() == OMType::Map) {
+        // A plain name has nothing to evaluate: no frame.
+        resolution = OMExpressionLValueResolution();
+        resolved = phase == RUN;
+        return;
+    }
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
     resolution = OMExpressionLValueResolution();
     if (phase == PARSE) {

@@ -85,6 +85,7 @@ void OMExpressionSequence::get_yielding(const std::shared_ptr<Task>& task, std::
     }
     {
         std::shared_ptr<IOMNode> accumulated;
+        bool isAccumulatorOwn = false; // the accumulator is a node of this evaluation, not an operand
         bool sawReturn = false;
         for (std::shared_ptr<IOMNode> node : *frame->resolution.fResolvedNodes) {
             if (!node) {
@@ -103,11 +104,17 @@ void OMExpressionSequence::get_yielding(const std::shared_ptr<Task>& task, std::
                 }
             }
             if (!accumulated) {
-                accumulated = node->clone(0);
+                accumulated = node;
             } else {
-                // The accumulator may be written into: a long chain of `+` doesn't copy its growing text.
-                accumulated = OMNode::binaryOperation(fBinOp, accumulated, REUSE_NODE, node, KEEP_NODE, scope);
+                // Once the accumulator is this evaluation's own it may be written into: a long chain of `+`
+                // doesn't copy its growing text at every step.
+                accumulated = OMNode::binaryOperation(fBinOp, accumulated, isAccumulatorOwn ? REUSE_NODE : KEEP_NODE,
+                                                      node, KEEP_NODE, scope);
+                isAccumulatorOwn = true;
             }
+        }
+        if (accumulated && ! isAccumulatorOwn) {
+            accumulated = accumulated->clone(0);
         }
         if (frame->resolution.fResolvedNodes->empty()) {
             accumulated = OMStored::undefinedFactory();

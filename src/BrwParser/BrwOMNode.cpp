@@ -918,6 +918,11 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
         NodePtr stored;                            // what the store gave back
         NodePtr evaluated;                         // result of an expression
     };
+    if (node && scope && node->getType() == OMType::Expression && accessType == GET && scriptPhase == RUN) {
+        // Evaluating an expression is the whole of it: forwarded as the last act, without a frame.
+        node->eval_yielding(task, retVal, scope, handleReturnValue);
+        return;
+    }
     if (node && ! task->hasPendingFunctionState()) {
         const OMType type = node->getType();
         if (!scope || (type != OMType::Array && type != OMType::Map && type != OMType::Function &&

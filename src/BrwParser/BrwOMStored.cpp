@@ -880,6 +880,13 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
         NodePtr element;                           // an evaluated child
         NodePtr stored;                            // what the store gave back
     };
+    if (fType == OMType::Expression && fExpression && fExpression->isLValue() && scope &&
+        scope->getType() == OMType::Map) {
+        // A name, member or call: its value is all there is to do (a stored value is never a wrapped
+        // return value), forwarded as the last act, without a frame.
+        fExpression->get_yielding(task, out, GET, scope, RUN);
+        return;
+    }
     // A plain value evaluates to itself and never waits: no frame for the most common case.
     if (fType != OMType::Array && fType != OMType::Map && fType != OMType::Expression &&
         fType != OMType::Function && ! task->hasPendingFunctionState()) {
