@@ -1007,6 +1007,18 @@ void ExpressionParser::condition_yielding(const TaskPtr& task, bool& success, No
     YIELDING_END;
 }
 
+// A branch of `if` or `else`, or the body of `while`: a `;` ends it and is consumed.
+void ExpressionParser::branch_yielding(const TaskPtr& task, bool& success, NodePtr& result,
+                                       const StreamPtr& stream, uint64_t parenNesting) {
+    struct LocalVariableState : OMFunctionState {};
+    YIELDING_BEGIN(LocalVariableState, frame, success = false);
+    YIELDING_CALL(parseExpression_yielding(task, success, result, stream, parenNesting + 1, PARSE_BRANCH));
+    if (! success) {
+        reportError("invalid expression");
+    }
+    YIELDING_END;
+}
+
 // `if (c) a else b`.
 void ExpressionParser::if_yielding(const TaskPtr& task, bool& success, NodePtr& result,
                                    const StreamPtr& stream, uint64_t parenNesting) {
@@ -1023,10 +1035,8 @@ void ExpressionParser::if_yielding(const TaskPtr& task, bool& success, NodePtr& 
     if (! success) {
         YIELDING_FINISH;
     }
-    YIELDING_CALL(
-        parseExpression_yielding(task, success, frame->yes, stream, parenNesting + 1, PARSE_BRANCH));
+    YIELDING_CALL(branch_yielding(task, success, frame->yes, stream, parenNesting));
     if (! success) {
-        reportError("invalid expression");
         YIELDING_FINISH;
     }
     YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
@@ -1036,10 +1046,8 @@ void ExpressionParser::if_yielding(const TaskPtr& task, bool& success, NodePtr& 
     YIELDING_CALL(scratchNode()->parseKeyword_yielding(task, frame->hasElse, stream, "else"));
     frame->no = OMStored::undefinedFactory();
     if (frame->hasElse) {
-        YIELDING_CALL(
-            parseExpression_yielding(task, success, frame->no, stream, parenNesting + 1, PARSE_BRANCH));
+        YIELDING_CALL(branch_yielding(task, success, frame->no, stream, parenNesting));
         if (! success) {
-            reportError("invalid expression");
             YIELDING_FINISH;
         }
     }
@@ -1065,10 +1073,8 @@ void ExpressionParser::while_yielding(const TaskPtr& task, bool& success, NodePt
     if (! success) {
         YIELDING_FINISH;
     }
-    YIELDING_CALL(
-        parseExpression_yielding(task, success, frame->body, stream, parenNesting + 1, PARSE_BRANCH));
+    YIELDING_CALL(branch_yielding(task, success, frame->body, stream, parenNesting));
     if (! success) {
-        reportError("invalid expression");
         YIELDING_FINISH;
     }
     YIELDING_CALL(

@@ -97,6 +97,8 @@ private:
                                        const std::string& firstKey);
     static void block_yielding(const TaskPtr& task, bool& success, NodePtr& result, const StreamPtr& stream,
                                uint64_t parenNesting, const NodePtr& firstStatement);
+    static void branch_yielding(const TaskPtr& task, bool& success, NodePtr& result, const StreamPtr& stream,
+                                uint64_t parenNesting);
     static void if_yielding(const TaskPtr& task, bool& success, NodePtr& result, const StreamPtr& stream,
                             uint64_t parenNesting);
     static void while_yielding(const TaskPtr& task, bool& success, NodePtr& result, const StreamPtr& stream,

@@ -74,7 +74,8 @@ void OMNode::accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, con
 }
 
 void OMNode::accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                           const OMArgs& args, AccessType accessType, uint64_t idx, NodePtr& out) {
+                                           const OMArgs& args, AccessType accessType, uint64_t idx,
+                                           NodePtr& out) {
     found = false;
     if (accessType == GET) {
         accessOMNodeReadOnlyResolved_yielding(task, found, scope, args, idx, out);
@@ -83,14 +84,14 @@ void OMNode::accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, con
     }
 }
 
-void OMNode::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
-                                                   uint64_t, NodePtr& out) const {
+void OMNode::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&,
+                                                   const OMArgs&, uint64_t, NodePtr& out) const {
     found = false;
     out = OMStored::errorFactory();
 }
 
-void OMNode::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
-                                                   const std::string&, NodePtr& out) const {
+void OMNode::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&,
+                                                   const OMArgs&, const std::string&, NodePtr& out) const {
     found = false;
     out = OMStored::errorFactory();
 }
@@ -108,13 +109,14 @@ void accessUnresolved_yielding(const IOMNode::TaskPtr& task, bool& found, IOMNod
         bool argsFound = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, found = false);
-    YIELDING_CALL(OMNode::resolveArgumentList_yielding(task, frame->resolvedArgs, isReadOnly ? GET : accessType, args,
-                                                       frame->argsFound, scope, RUN));
+    YIELDING_CALL(OMNode::resolveArgumentList_yielding(
+        task, frame->resolvedArgs, isReadOnly ? GET : accessType, args, frame->argsFound, scope, RUN));
     if (isReadOnly) {
-        YIELDING_CALL(node.accessOMNodeReadOnlyResolved_yielding(task, found, scope, frame->resolvedArgs, key, out));
-    } else {
         YIELDING_CALL(
-            node.accessOMNodeResolved_yielding(task, found, scope, frame->resolvedArgs, accessType, key, out));
+            node.accessOMNodeReadOnlyResolved_yielding(task, found, scope, frame->resolvedArgs, key, out));
+    } else {
+        YIELDING_CALL(node.accessOMNodeResolved_yielding(task, found, scope, frame->resolvedArgs, accessType,
+                                                         key, out));
     }
     YIELDING_END;
 }
@@ -122,8 +124,8 @@ void accessUnresolved_yielding(const IOMNode::TaskPtr& task, bool& found, IOMNod
 } // namespace
 
 void OMNode::accessOMNodeUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                             const OMArgs& args, AccessType accessType, const std::string& attr,
-                                             NodePtr& out) {
+                                             const OMArgs& args, AccessType accessType,
+                                             const std::string& attr, NodePtr& out) {
     accessUnresolved_yielding(task, found, *this, scope, args, accessType, false, attr, out);
 }
 
@@ -154,8 +156,8 @@ bool OMNode::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, Acc
     return found;
 }
 
-bool OMNode::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType, uint64_t idx,
-                                  NodePtr& out) {
+bool OMNode::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType,
+                                  uint64_t idx, NodePtr& out) {
     bool found = false;
     CallTask::call("accessOMNodeResolvedByIdx", [&](const TaskPtr& task) {
         accessOMNodeResolved_yielding(task, found, scope, args, accessType, idx, out);
@@ -329,7 +331,7 @@ std::string OMNode::floatToString(double value) {
 std::string OMNode::functionToString(const IOMNode& node) {
     std::string text = "function";
     const std::string name = node.getFunctionName();
-    if (!name.empty()) {
+    if (! name.empty()) {
         text += " " + name;
     }
     text += "(";
@@ -362,7 +364,7 @@ std::string OMNode::getAsString() const {
         for (bool first = true; iterator && ! iterator->isAtEnd(); ++*iterator, first = false) {
             std::shared_ptr<OMStored> tempNode = OMStored::undefinedFactory();
             NodePtr child = **iterator;
-            if (!child || ! tempNode->set(*child)) {
+            if (! child || ! tempNode->set(*child)) {
                 LOG_ERROR("SANITY_CHECK failed: 'tempNode->set(*(*arrayIterator))' evaluates to false");
                 break;
             }
@@ -402,7 +404,8 @@ std::string OMNode::toString() const {
             return std::string();
         }
         if (asctime_r(&tm, buffer) == nullptr) {
-            LOG_ERROR("SANITY_CHECK failed: '0 == ::asctime_s(buffer, sizeof(buffer), &tm)' evaluates to false");
+            LOG_ERROR(
+                "SANITY_CHECK failed: '0 == ::asctime_s(buffer, sizeof(buffer), &tm)' evaluates to false");
             return std::string();
         }
         return Utils::trim(buffer);
@@ -427,7 +430,7 @@ std::string OMNode::toString() const {
         bool first = true;
         for (const std::string& key : getKeys()) {
             NodePtr attrValue = getOMNode(key);
-            if (!attrValue) {
+            if (! attrValue) {
                 LOG_ERROR("SANITY_CHECK failed: 'attrValue' evaluates to false");
                 break;
             }
@@ -457,12 +460,13 @@ std::string OMNode::toString() const {
 
 uint64_t OMNode::getDataStructureIdx() const {
     NodePtr parent = fDataStructureParent.lock();
-    if (!parent || parent->getType() != OMType::Array) {
+    if (! parent || parent->getType() != OMType::Array) {
         return ~uint64_t(0);
     }
     if (fDataStructureKey.empty() || ! Utils::isNumeric(fDataStructureKey)) {
         uint64_t position = 0;
-        for (auto iterator = parent->getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator, ++position) {
+        for (auto iterator = parent->getIterator(); iterator && ! iterator->isAtEnd();
+             ++*iterator, ++position) {
             if ((**iterator).get() == this) {
                 return position;
             }
@@ -474,7 +478,7 @@ uint64_t OMNode::getDataStructureIdx() const {
 
 std::string OMNode::getDataStructureKey() const {
     NodePtr parent = fDataStructureParent.lock();
-    if (!parent) {
+    if (! parent) {
         return std::string();
     }
     if (parent->getType() == OMType::Array) {
@@ -484,7 +488,8 @@ std::string OMNode::getDataStructureKey() const {
         return std::string();
     }
     NodePtr held;
-    if (!fDataStructureKey.empty() && parent->accessOMNodeReadOnlyResolved(nullptr, nullptr, fDataStructureKey, held) &&
+    if (! fDataStructureKey.empty() &&
+        parent->accessOMNodeReadOnlyResolved(nullptr, nullptr, fDataStructureKey, held) &&
         held.get() == this) {
         return fDataStructureKey;
     }
@@ -517,7 +522,7 @@ bool OMNode::setDataStructureParent(const NodePtr& parent, const std::string& ke
             retVal = true;
             break;
         }
-        if (!parent) {
+        if (! parent) {
             SANITY_CHECK(setIsDataStructure(false));
         } else {
             fDataStructureParent = parent;
@@ -532,7 +537,7 @@ bool OMNode::setDataStructureParent(const NodePtr& parent, const std::string& ke
 bool OMNode::setIsDataStructure(bool isDataStructure) {
     // Nodes with children keep them in line in their own override.
     fIsDataStructure = isDataStructure;
-    if (!isDataStructure) {
+    if (! isDataStructure) {
         fDataStructureParent.reset();
     }
     return true;
@@ -542,7 +547,7 @@ bool OMNode::setIsDataStructure(bool isDataStructure) {
 
 std::string OMNode::getFunctionName() const {
     std::shared_ptr<FunctionSignature> signature = getFunctionSignature();
-    if (!signature || signature->getParameterList().empty()) {
+    if (! signature || signature->getParameterList().empty()) {
         return std::string();
     }
     return signature->getParameterList().front();
@@ -565,7 +570,7 @@ std::vector<std::string> OMNode::getKeys() const {
 
 IOMNode::NodePtr OMNode::getOMNode(const std::string& attr) const {
     NodePtr out;
-    if (!accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, out) || ! out) {
+    if (! accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, out) || ! out) {
         out = OMStored::errorFactory();
     }
     return out;
@@ -573,7 +578,7 @@ IOMNode::NodePtr OMNode::getOMNode(const std::string& attr) const {
 
 IOMNode::NodePtr OMNode::getOMNode(uint64_t idx) const {
     NodePtr out;
-    if (!accessOMNodeReadOnlyResolved(nullptr, nullptr, idx, out) || ! out) {
+    if (! accessOMNodeReadOnlyResolved(nullptr, nullptr, idx, out) || ! out) {
         out = OMStored::errorFactory();
     }
     return out;
@@ -635,7 +640,7 @@ uint64_t OMNode::hash() const {
     }
     case OMType::Expression: {
         std::shared_ptr<OMExpression> expression = getExpression();
-        if (!expression) {
+        if (! expression) {
             LOG_ERROR("SANITY_CHECK failed: 'expression' evaluates to false");
             return 0;
         }
@@ -694,7 +699,7 @@ bool OMNode::isResolved(ScriptPhase scriptPhase) const {
             return true;
         }
         std::shared_ptr<IOMNodeIterator> iterator = getIterator();
-        if (!iterator) {
+        if (! iterator) {
             LOG_ERROR("SANITY_CHECK failed: 'iter' evaluates to false");
             return false;
         }
@@ -746,7 +751,7 @@ IOMNode::NodePtr OMNode::pop() {
 }
 
 IOMNode::NodePtr OMNode::set(const NodePtr& from) {
-    if (!from) {
+    if (! from) {
         return setUndefined() ? shared_from_this() : nullptr;
     }
     return set(*from);
@@ -776,14 +781,18 @@ bool OMNode::setTo(const IOMNode& from, uint64_t) {
     return &from == this;
 }
 
-IOMNode::NodePtr OMNode::setSync(uint64_t idx, const NodePtr& node) {
-    NodePtr retVal;
+namespace {
+
+// The synchronous store of a child: setAndAccess_yielding run to its end; the child, or null.
+template <class Key>
+IOMNode::NodePtr setSyncByKey(IOMNode& parent, const Key& key, const IOMNode::NodePtr& node) {
+    IOMNode::NodePtr retVal;
     do {
-        SANITY_CHECK(this != node.get());
-        NodePtr stored = node;
+        SANITY_CHECK(&parent != node.get());
+        IOMNode::NodePtr stored = node;
         bool found = false;
-        bool ran = CallTask::call("setAndAccess", [&](const TaskPtr& task) {
-            setAndAccess_yielding(task, found, idx, stored);
+        const bool ran = CallTask::call("setAndAccess", [&](const IOMNode::TaskPtr& task) {
+            parent.setAndAccess_yielding(task, found, key, stored);
         });
         if (ran && found) {
             retVal = stored;
@@ -792,20 +801,14 @@ IOMNode::NodePtr OMNode::setSync(uint64_t idx, const NodePtr& node) {
     return retVal;
 }
 
+} // namespace
+
+IOMNode::NodePtr OMNode::setSync(uint64_t idx, const NodePtr& node) {
+    return setSyncByKey(*this, idx, node);
+}
+
 IOMNode::NodePtr OMNode::setSync(const std::string& attr, const NodePtr& node) {
-    NodePtr retVal;
-    do {
-        SANITY_CHECK(this != node.get());
-        NodePtr stored = node;
-        bool found = false;
-        bool ran = CallTask::call("setAndAccess", [&](const TaskPtr& task) {
-            setAndAccess_yielding(task, found, attr, stored);
-        });
-        if (ran && found) {
-            retVal = stored;
-        }
-    } while (false);
-    return retVal;
+    return setSyncByKey(*this, attr, node);
 }
 
 IOMNode::NodePtr OMNode::setSyncToCloned(uint64_t idx, const NodePtr& node) {
@@ -841,7 +844,8 @@ void OMNode::set_yielding(const TaskPtr& task, NodePtr& out, uint64_t idx, const
     YIELDING_END;
 }
 
-void OMNode::set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr, const NodePtr& fromNode) {
+void OMNode::set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr,
+                          const NodePtr& fromNode) {
     struct LocalVariableState : OMFunctionState {
         bool success = false;
     };
@@ -859,7 +863,8 @@ void OMNode::setAndAccess_yielding(const TaskPtr& task, bool& found, uint64_t id
         NodePtr child;
     };
     YIELDING_BEGIN(LocalVariableState, frame, found = false);
-    YIELDING_CALL(accessOMNodeResolved_yielding(task, found, nullptr, nullptr, GET_CREATE, idx, frame->child));
+    YIELDING_CALL(
+        accessOMNodeResolved_yielding(task, found, nullptr, nullptr, GET_CREATE, idx, frame->child));
     if (found && frame->child) {
         found = static_cast<bool>(frame->child->set(node));
         node = frame->child;
@@ -872,7 +877,8 @@ void OMNode::setAndAccess_yielding(const TaskPtr& task, bool& found, const std::
         NodePtr child;
     };
     YIELDING_BEGIN(LocalVariableState, frame, found = false);
-    YIELDING_CALL(accessOMNodeResolved_yielding(task, found, nullptr, nullptr, GET_CREATE, attr, frame->child));
+    YIELDING_CALL(
+        accessOMNodeResolved_yielding(task, found, nullptr, nullptr, GET_CREATE, attr, frame->child));
     if (found && frame->child) {
         found = static_cast<bool>(frame->child->set(node));
         node = frame->child;
@@ -899,8 +905,9 @@ void OMNode::resolveArgumentList_yielding(const TaskPtr& task, OMArgs& outList, 
     if (argList) {
         outList->reserve(argList->size());
         for (frame->index = 0; frame->index < argList->size(); ++frame->index) {
-            YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, accessType, (*argList)[frame->index], scope,
-                                                   scriptPhase, UNWRAP_RETURN_VALUE));
+            YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, accessType,
+                                                   (*argList)[frame->index], scope, scriptPhase,
+                                                   UNWRAP_RETURN_VALUE));
             outList->push_back(frame->resolved);
         }
     }
@@ -925,8 +932,8 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
     }
     if (node && ! task->hasPendingFunctionState()) {
         const OMType type = node->getType();
-        if (!scope || (type != OMType::Array && type != OMType::Map && type != OMType::Function &&
-                       type != OMType::Expression)) {
+        if (! scope || (type != OMType::Array && type != OMType::Map && type != OMType::Function &&
+                        type != OMType::Expression)) {
             // A plain value is its own value: no frame for the most common case.
             retVal = node;
             return;
@@ -935,12 +942,13 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     retVal = node;
     SANITY_CHECK(retVal);
-    if (!scope) {
+    if (! scope) {
         YIELDING_FINISH;
     }
     if (node->getType() == OMType::Array || node->getType() == OMType::Map) {
         // The copy is made even when nothing in the container needed resolving.
-        frame->container = node->getType() == OMType::Array ? OMStored::arrayFactory() : OMStored::mapFactory();
+        frame->container =
+            node->getType() == OMType::Array ? OMStored::arrayFactory() : OMStored::mapFactory();
         for (frame->iterator = node->getIterator(); frame->iterator && ! frame->iterator->isAtEnd();
              ++*frame->iterator) {
             YIELDING_CALL(getResolvedNode_yielding(task, frame->element, accessType, **frame->iterator, scope,
@@ -950,22 +958,22 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
             } else {
                 YIELDING_CALL(frame->container->set_yielding(task, frame->stored, frame->iterator->getKey(),
                                                              frame->element));
-                if (!frame->stored) {
+                if (! frame->stored) {
                     LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
                 }
             }
         }
         retVal = frame->container;
     } else if (node->getType() == OMType::Function) {
-        if (!node->getFunctionName().empty()) {
+        if (! node->getFunctionName().empty()) {
             YIELDING_CALL(scope->set_yielding(task, frame->stored, node->getFunctionName(), node));
         }
     } else if (node->getType() == OMType::Expression) {
         // A write reaches the left value with its access type, so that `x = 1` makes an unknown x.
         if (accessType != GET || scriptPhase == PARSE) {
             if (node->getExpression()) {
-                YIELDING_CALL(
-                    node->getExpression()->get_yielding(task, frame->evaluated, accessType, scope, scriptPhase));
+                YIELDING_CALL(node->getExpression()->get_yielding(task, frame->evaluated, accessType, scope,
+                                                                  scriptPhase));
                 if (frame->evaluated) {
                     retVal = frame->evaluated;
                 }
@@ -984,7 +992,7 @@ IOMNode::NodePtr OMNode::unwrapReturnValue() {
     while (retVal && retVal->isReturnValue()) {
         std::shared_ptr<OMExpression> expression = retVal->getExpression();
         retVal = expression ? expression->getOperand() : nullptr;
-        if (!retVal) {
+        if (! retVal) {
             LOG_ERROR("SANITY_CHECK failed: 'retVal' evaluates to false");
         }
     }
@@ -1005,24 +1013,25 @@ IOMNode::NodePtr OMNode::wrapReturnValue() {
 
 // ---- building expressions ----
 
-void OMNode::foldExpression_yielding(const TaskPtr& task, NodePtr& out, const std::shared_ptr<OMExpression>& expression) {
+void OMNode::foldExpression_yielding(const TaskPtr& task, NodePtr& out,
+                                     const std::shared_ptr<OMExpression>& expression) {
     struct LocalVariableState : OMFunctionState {
-        NodePtr expressionNode;            // the new expression, held in a node
-        std::shared_ptr<OMScope> scope;    // isolated: folding sees no variables
-        NodePtr resolved;                  // what it evaluates to at parse time
+        NodePtr expressionNode;         // the new expression, held in a node
+        std::shared_ptr<OMScope> scope; // isolated: folding sees no variables
+        NodePtr resolved;               // what it evaluates to at parse time
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     SANITY_CHECK(expression);
     ASSIGN(frame->expressionNode, OMStored::factory(expression));
     ASSIGN(frame->scope, OMScope::factory());
-    YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, GET, frame->expressionNode, frame->scope, PARSE,
-                                           KEEP_RETURN_VALUE));
+    YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, GET, frame->expressionNode, frame->scope,
+                                           PARSE, KEEP_RETURN_VALUE));
     out = frame->resolved && frame->resolved->isResolved(PARSE) ? frame->resolved : frame->expressionNode;
     YIELDING_END;
 }
 
-void OMNode::registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out, BinOp op, const NodePtr& node1,
-                                              const NodePtr& node2) {
+void OMNode::registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out, BinOp op,
+                                              const NodePtr& node1, const NodePtr& node2) {
     struct LocalVariableState : OMFunctionState {
         std::shared_ptr<OMExpression> expression;
         NodePtr result;
@@ -1036,7 +1045,8 @@ void OMNode::registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out,
         YIELDING_FINISH;
     }
     if (op == COMMA || op == SEMICOLON || op == ADD) {
-        std::shared_ptr<OMExpression> expression1 = node1->getType() == OMType::Expression ? node1->getExpression() : nullptr;
+        std::shared_ptr<OMExpression> expression1 =
+            node1->getType() == OMType::Expression ? node1->getExpression() : nullptr;
         auto sequence = std::dynamic_pointer_cast<OMExpressionSequence>(expression1);
         if (sequence && sequence->getBinOp() == op) {
             // The chain grows in place: no new expression.
@@ -1044,7 +1054,7 @@ void OMNode::registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out,
             frame->expression = sequence;
         } else {
             frame->expression = OMExpressionSequence::factory(op, node1, node2);
-            if (!frame->expression) {
+            if (! frame->expression) {
                 LOG_ERROR("SANITY_CHECK failed: 'sequence' evaluates to false");
                 YIELDING_FINISH;
             }
@@ -1058,7 +1068,8 @@ void OMNode::registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out,
     YIELDING_END;
 }
 
-void OMNode::registerUnaryOperation_yielding(const TaskPtr& task, NodePtr& out, UnOp op, const NodePtr& node) {
+void OMNode::registerUnaryOperation_yielding(const TaskPtr& task, NodePtr& out, UnOp op,
+                                             const NodePtr& node) {
     struct LocalVariableState : OMFunctionState {
         std::shared_ptr<OMExpression> expression;
         NodePtr result;
@@ -1071,15 +1082,16 @@ void OMNode::registerUnaryOperation_yielding(const TaskPtr& task, NodePtr& out, 
     YIELDING_END;
 }
 
-void OMNode::registerTernaryOperation_yielding(const TaskPtr& task, NodePtr& out, TernOp op, const NodePtr& node1,
-                                               const NodePtr& node2, const NodePtr& node3) {
+void OMNode::registerTernaryOperation_yielding(const TaskPtr& task, NodePtr& out, TernOp op,
+                                               const NodePtr& node1, const NodePtr& node2,
+                                               const NodePtr& node3) {
     struct LocalVariableState : OMFunctionState {
         std::shared_ptr<OMExpression> expression;
         NodePtr result;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     frame->expression = OMExpressionTernary::factory(op, node1, node2, node3);
-    if (!frame->expression) {
+    if (! frame->expression) {
         LOG_ERROR("failed to register ternary operation");
         YIELDING_FINISH;
     }
@@ -1090,7 +1102,7 @@ void OMNode::registerTernaryOperation_yielding(const TaskPtr& task, NodePtr& out
 
 void OMNode::registerKeywordOperation_yielding(const TaskPtr&, NodePtr& out, int32_t token) {
     out = OMStored::factory(OMExpressionKeyword::factory(static_cast<Token>(token)));
-    if (!out) {
+    if (! out) {
         LOG_ERROR("failed to register keyword operation");
     }
 }

@@ -49,10 +49,12 @@ public:
                               const std::string& attr, NodePtr& out) override;
     bool accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType, uint64_t idx,
                               NodePtr& out) override;
-    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope, const OMArgs& args,
-                                       AccessType accessType, const std::string& attr, NodePtr& out) override;
-    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope, const OMArgs& args,
-                                       AccessType accessType, uint64_t idx, NodePtr& out) override;
+    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                       const OMArgs& args, AccessType accessType, const std::string& attr,
+                                       NodePtr& out) override;
+    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                       const OMArgs& args, AccessType accessType, uint64_t idx,
+                                       NodePtr& out) override;
     void accessOMNodeUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
                                          const OMArgs& args, AccessType accessType, const std::string& attr,
                                          NodePtr& out) override;
@@ -72,7 +74,8 @@ public:
                                                  const OMArgs& args, const std::string& attr,
                                                  NodePtr& out) const override;
     void accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                                 const OMArgs& args, uint64_t idx, NodePtr& out) const override;
+                                                 const OMArgs& args, uint64_t idx,
+                                                 NodePtr& out) const override;
     bool isMapEnd(const OMMap::const_iterator& iterator) const override;
     bool isArrayEnd(const OMArray::const_iterator& iterator) const override;
     bool clear() override;
@@ -141,9 +144,11 @@ public:
     NodePtr setSyncToCloned(uint64_t idx, const NodePtr& node) override;
     NodePtr setSyncToCloned(const std::string& attr, const NodePtr& node) override;
     void set_yielding(const TaskPtr& task, NodePtr& out, uint64_t idx, const NodePtr& fromNode) override;
-    void set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr, const NodePtr& fromNode) override;
+    void set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr,
+                      const NodePtr& fromNode) override;
     void setAndAccess_yielding(const TaskPtr& task, bool& found, uint64_t idx, NodePtr& node) override;
-    void setAndAccess_yielding(const TaskPtr& task, bool& found, const std::string& attr, NodePtr& node) override;
+    void setAndAccess_yielding(const TaskPtr& task, bool& found, const std::string& attr,
+                               NodePtr& node) override;
     void setAndAccess_yielding(const TaskPtr& task, bool& found, NodePtr& node) override;
     bool setDataStructureParent(const NodePtr& parent, const std::string& key) override;
     bool setDate(OMInt) override { return false; }
@@ -163,7 +168,8 @@ public:
     // The operator dispatchers. A null operand or scope is a failed check and gives null.
     static NodePtr binaryOperation(BinOp op, const NodePtr& node1, NodeReuse reuse1, const NodePtr& node2,
                                    NodeReuse reuse2, const ScopePtr& scope);
-    static NodePtr binaryOperation(BinOp op, IOMNode& node1, NodeReuse reuse1, IOMNode& node2, NodeReuse reuse2);
+    static NodePtr binaryOperation(BinOp op, IOMNode& node1, NodeReuse reuse1, IOMNode& node2,
+                                   NodeReuse reuse2);
     static std::shared_ptr<OMStored> unaryOperation(UnOp op, const NodePtr& node, const ScopePtr& scope,
                                                     NodeReuse reuse);
     static std::shared_ptr<OMStored> unaryOperation(UnOp op, IOMNode& node, NodeReuse reuse);
@@ -171,11 +177,13 @@ public:
     // The parser's way to build operations: the new expression is evaluated at once in an isolated scope,
     // and when that gives a final value the value stands in its place: constants fold as the tree grows.
     // `out` stays empty when the operation can't be built (an assignment to something not assignable).
-    static void registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out, BinOp op, const NodePtr& node1,
-                                                 const NodePtr& node2);
-    static void registerUnaryOperation_yielding(const TaskPtr& task, NodePtr& out, UnOp op, const NodePtr& node);
-    static void registerTernaryOperation_yielding(const TaskPtr& task, NodePtr& out, TernOp op, const NodePtr& node1,
-                                                  const NodePtr& node2, const NodePtr& node3);
+    static void registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out, BinOp op,
+                                                 const NodePtr& node1, const NodePtr& node2);
+    static void registerUnaryOperation_yielding(const TaskPtr& task, NodePtr& out, UnOp op,
+                                                const NodePtr& node);
+    static void registerTernaryOperation_yielding(const TaskPtr& task, NodePtr& out, TernOp op,
+                                                  const NodePtr& node1, const NodePtr& node2,
+                                                  const NodePtr& node3);
     static void registerKeywordOperation_yielding(const TaskPtr& task, NodePtr& out, int32_t token);
 
     // Turns a node that may hold expressions into a value: containers are copied with their elements
@@ -194,13 +202,17 @@ public:
     static std::string functionToString(const IOMNode& node);
 
 protected:
-    bool fIsDataStructure = false;           // part of a tree with value semantics: exactly one parent
-    std::string fDataStructureKey;           // the name under which the parent holds this node
+    bool fIsDataStructure = false;               // part of a tree with value semantics: exactly one parent
+    std::string fDataStructureKey;               // the name under which the parent holds this node
     std::weak_ptr<IOMNode> fDataStructureParent; // the parent; empty for a root
 
 private:
+    // The negation of `comparison`, with two NaN giving true.
+    bool negatedComparison(const NodePtr& result, IOMNode& other,
+                           bool (OMNode::*comparison)(const NodePtr&, IOMNode&));
     // Evaluates a new expression node at parse time and gives the folded value, or the node itself.
-    static void foldExpression_yielding(const TaskPtr& task, NodePtr& out, const std::shared_ptr<OMExpression>& expression);
+    static void foldExpression_yielding(const TaskPtr& task, NodePtr& out,
+                                        const std::shared_ptr<OMExpression>& expression);
 
     // The type of whatever `getOMNode` gives, Undefined for nothing.
     static OMType typeOfNode(const NodePtr& node) { return node ? node->getType() : OMType::Undefined; }

@@ -560,20 +560,15 @@ bool OMNode::binop_compare_identical(const NodePtr& result, IOMNode& other) {
 
 // NOTE: NaN != NaN is true, unlike every other comparison of NaN.
 bool OMNode::binop_compare_ne(const NodePtr& result, IOMNode& other) {
-    bool retVal = false;
-    do {
-        SANITY_CHECK(result);
-        if (getType() == OMType::NaN && other.getType() == OMType::NaN) {
-            retVal = result->set(true);
-            break;
-        }
-        SANITY_CHECK(binop_compare_eq(result, other));
-        retVal = result->set(! result->getBool());
-    } while (false);
-    return retVal;
+    return negatedComparison(result, other, &OMNode::binop_compare_eq);
 }
 
 bool OMNode::binop_compare_not_identical(const NodePtr& result, IOMNode& other) {
+    return negatedComparison(result, other, &OMNode::binop_compare_identical);
+}
+
+bool OMNode::negatedComparison(const NodePtr& result, IOMNode& other,
+                               bool (OMNode::*comparison)(const NodePtr&, IOMNode&)) {
     bool retVal = false;
     do {
         SANITY_CHECK(result);
@@ -581,7 +576,7 @@ bool OMNode::binop_compare_not_identical(const NodePtr& result, IOMNode& other) 
             retVal = result->set(true);
             break;
         }
-        SANITY_CHECK(binop_compare_identical(result, other));
+        SANITY_CHECK((this->*comparison)(result, other));
         retVal = result->set(! result->getBool());
     } while (false);
     return retVal;

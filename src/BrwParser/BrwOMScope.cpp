@@ -19,7 +19,7 @@ OMScope::~OMScope() = default;
 
 std::shared_ptr<OMScope> OMScope::plainFactory(const std::shared_ptr<OMScope>& parent, Kind kind) {
     auto scope = std::make_shared<OMScope>(parent, kind);
-    if (!scope->setEmptyMap()) {
+    if (! scope->setEmptyMap()) {
         scope.reset();
     }
     return scope;
@@ -40,7 +40,7 @@ void OMScope::setFactory(FactoryFunction factoryFunction) {
 
 const std::shared_ptr<OMScope>& OMScope::getRootScope() {
     std::shared_ptr<OMScope>& root = rootScopeSlot();
-    if (!root) {
+    if (! root) {
         root = plainFactory(nullptr, ISOLATED);
     }
     return root;
@@ -63,7 +63,7 @@ bool OMScope::popScriptFilePath() {
 
 std::string OMScope::getScriptFilePath() const {
     for (const OMScope* scope = this; scope != nullptr; scope = scope->fParent.get()) {
-        if (!scope->fScriptFileStack.empty()) {
+        if (! scope->fScriptFileStack.empty()) {
             return scope->fScriptFileStack.back();
         }
     }
@@ -74,7 +74,8 @@ bool OMScope::findInChain(const std::string& attr, NodePtr& out) const {
     if (OMStored::accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, out)) {
         return true;
     }
-    for (const OMScope* scope = this; scope->fParent && scope->fKind != ISOLATED; scope = scope->fParent.get()) {
+    for (const OMScope* scope = this; scope->fParent && scope->fKind != ISOLATED;
+         scope = scope->fParent.get()) {
         NodePtr found;
         if (scope->fParent->OMStored::accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, found) && found) {
             out = found;
@@ -90,8 +91,9 @@ bool OMScope::accessOMNodeReadOnlyResolved(const ScopePtr&, const OMArgs&, const
     return findInChain(attr, out);
 }
 
-void OMScope::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
-                                                    const std::string& attr, NodePtr& out) const {
+void OMScope::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&,
+                                                    const OMArgs&, const std::string& attr,
+                                                    NodePtr& out) const {
     found = findInChain(attr, out);
 }
 
@@ -101,10 +103,11 @@ bool OMScope::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, Ac
         return findInChain(attr, out);
     }
     NodePtr own;
-    if (!OMStored::accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, own)) {
+    if (! OMStored::accessOMNodeReadOnlyResolved(nullptr, nullptr, attr, own)) {
         // A function frame writes to a variable that one of its callers already has.
         Kind kind = fKind;
-        for (std::shared_ptr<OMScope> parent = fParent; parent && kind == FUNCTION_FRAME; parent = parent->fParent) {
+        for (std::shared_ptr<OMScope> parent = fParent; parent && kind == FUNCTION_FRAME;
+             parent = parent->fParent) {
             NodePtr existing;
             if (parent->findInChain(attr, existing)) {
                 if (accessType == SET) {
@@ -119,21 +122,10 @@ bool OMScope::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, Ac
     return OMStored::accessOMNodeResolved(scope, args, accessType, attr, out);
 }
 
-void OMScope::accessOMNodeResolved_yielding(const TaskPtr&, bool& found, const ScopePtr& scope, const OMArgs& args,
-                                            AccessType accessType, const std::string& attr, NodePtr& out) {
+void OMScope::accessOMNodeResolved_yielding(const TaskPtr&, bool& found, const ScopePtr& scope,
+                                            const OMArgs& args, AccessType accessType,
+                                            const std::string& attr, NodePtr& out) {
     found = accessOMNodeResolved(scope, args, accessType, attr, out);
-}
-
-IOMNode::NodePtr OMScope::setSync(const std::string& attr, const NodePtr& node) {
-    NodePtr retVal;
-    do {
-        SANITY_CHECK(this != node.get());
-        NodePtr child;
-        if (accessOMNodeResolved(nullptr, nullptr, GET_CREATE, attr, child) && child && child->set(node)) {
-            retVal = child;
-        }
-    } while (false);
-    return retVal;
 }
 
 } // namespace Brw

@@ -45,8 +45,9 @@ public:
     // Reads walk up the chain; writes reach an existing variable of a function's caller.
     bool accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType,
                               const std::string& attr, NodePtr& out) override;
-    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope, const OMArgs& args,
-                                       AccessType accessType, const std::string& attr, NodePtr& out) override;
+    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                       const OMArgs& args, AccessType accessType, const std::string& attr,
+                                       NodePtr& out) override;
     bool accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, const std::string& attr,
                                       NodePtr& out) const override;
     void accessOMNodeReadOnlyResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
@@ -56,17 +57,15 @@ public:
     using OMStored::accessOMNodeReadOnlyResolved_yielding;
     using OMStored::accessOMNodeResolved;
     using OMStored::accessOMNodeResolved_yielding;
-    NodePtr setSync(const std::string& attr, const NodePtr& node) override;
-    using OMStored::setSync;
 
 private:
     static std::shared_ptr<OMScope> plainFactory(const std::shared_ptr<OMScope>& parent, Kind kind);
     // Looks in this scope and then up the chain as far as the kinds allow.
     bool findInChain(const std::string& attr, NodePtr& out) const;
 
-    std::shared_ptr<OMScope> fParent;           // enclosing scope; empty for a root
-    Kind fKind;                                 // fixed at creation
-    std::vector<std::string> fScriptFileStack;  // script files running in this scope, innermost last
+    std::shared_ptr<OMScope> fParent;          // enclosing scope; empty for a root
+    Kind fKind;                                // fixed at creation
+    std::vector<std::string> fScriptFileStack; // script files running in this scope, innermost last
 
     static inline FactoryFunction fFactory = nullptr; // replacement factory, or null
 };

@@ -5,11 +5,11 @@
 
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwScriptErrorLog.h"
-#include "BrwUtils/BrwStackGuard.h"
 #include "BrwObject/BrwGUIDClass.h"
 #include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwTask/BrwYielding.h"
+#include "BrwUtils/BrwStackGuard.h"
 
 namespace Brw {
 
@@ -20,10 +20,10 @@ std::shared_ptr<OMStored> makeStored(bool (OMStored::*setter)(Args...), Args... 
     std::shared_ptr<OMStored> retVal;
     do {
         retVal = std::make_shared<OMStored>();
-        if (!((*retVal).*setter)(args...)) {
+        if (! ((*retVal).*setter)(args...)) {
             retVal.reset();
         }
-        if (!retVal) {
+        if (! retVal) {
             LOG_ERROR("SANITY_CHECK failed: 'retVal' evaluates to false");
         }
     } while (false);
@@ -106,7 +106,7 @@ std::shared_ptr<OMStored> OMStored::factory(const std::shared_ptr<FunctionSignat
 
 std::shared_ptr<OMStored> OMStored::cloneFactory(const IOMNode& fromOMNode, uint64_t cloneNestLevel) {
     std::shared_ptr<OMStored> retVal = undefinedFactory();
-    if (!retVal->setTo(fromOMNode, cloneNestLevel)) {
+    if (! retVal->setTo(fromOMNode, cloneNestLevel)) {
         LOG_ERROR("SANITY_CHECK failed: 'retVal->setTo(fromOMNode, cloneNestLevel)' evaluates to false");
         retVal.reset();
     }
@@ -120,7 +120,7 @@ std::shared_ptr<OMStored> OMStored::rewrapFactory(const IOMNode& fromOMNode) {
                                          const_cast<OMStored*>(stored));
     }
     std::shared_ptr<OMStored> retVal = undefinedFactory();
-    if (!retVal->set(fromOMNode)) {
+    if (! retVal->set(fromOMNode)) {
         LOG_ERROR("SANITY_CHECK failed: 'retVal->set(fromOMNode)' evaluates to false");
         retVal.reset();
     }
@@ -193,7 +193,7 @@ bool OMStored::set(const char* str) {
 bool OMStored::set(const std::shared_ptr<OMArray>& array) {
     std::shared_ptr<OMArray> keep = array;
     BRW_SET_UNDEFINED_FIRST
-    if (!keep) {
+    if (! keep) {
         LOG_ERROR("SANITY_CHECK failed: 'array' evaluates to false");
         return false;
     }
@@ -205,7 +205,7 @@ bool OMStored::set(const std::shared_ptr<OMArray>& array) {
 bool OMStored::set(const std::shared_ptr<OMMap>& map) {
     std::shared_ptr<OMMap> keep = map;
     BRW_SET_UNDEFINED_FIRST
-    if (!keep) {
+    if (! keep) {
         LOG_ERROR("SANITY_CHECK failed: 'map' evaluates to false");
         return false;
     }
@@ -374,7 +374,7 @@ uint32_t OMStored::getPermissions(const std::string& attr) const {
 }
 
 bool OMStored::setPermissions(const std::string& attr, uint32_t permissions) {
-    if (!fPermissions) {
+    if (! fPermissions) {
         if (permissions == PERMISSION_DEFAULT) {
             return true;
         }
@@ -409,7 +409,7 @@ IOMNode::NodePtr OMStored::pop() {
             break;
         }
         SANITY_CHECK(fArray);
-        if (!fArray->empty()) {
+        if (! fArray->empty()) {
             retVal = fArray->back();
             fArray->pop_back();
         }
@@ -455,7 +455,8 @@ bool OMStored::setTo(const IOMNode& from, uint64_t cloneNestLevel) {
         fIsDataStructure = static_cast<bool>(parent) || from.isDataStructure();
         const OMStored* fromStored = from.getOMStoredRaw();
         if (fromStored != nullptr && fromStored->fPermissions) {
-            fPermissions = std::make_unique<std::unordered_map<std::string, uint32_t>>(*fromStored->fPermissions);
+            fPermissions =
+                std::make_unique<std::unordered_map<std::string, uint32_t>>(*fromStored->fPermissions);
         }
         bool success = false;
         switch (from.getType()) {
@@ -501,7 +502,7 @@ bool OMStored::setTo(const IOMNode& from, uint64_t cloneNestLevel) {
             LOG_ERROR("unexpected type");
             break;
         }
-        if (!success) {
+        if (! success) {
             LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
         }
         retVal = success;
@@ -530,12 +531,12 @@ bool OMStored::copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel) {
         for (auto iterator = from.getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
             NodePtr copyFrom = **iterator;
             const std::string key = isArray ? std::to_string(fArray->size()) : iterator->getKey();
-            if (!copyFrom) {
+            if (! copyFrom) {
                 LOG_ERROR("SANITY_CHECK failed: 'copyFrom' evaluates to false");
                 allOK = false;
                 break;
             }
-            if (!isArray && (getPermissions(key) & PERMISSION_WRITE) == 0) {
+            if (! isArray && (getPermissions(key) & PERMISSION_WRITE) == 0) {
                 LOG_ERROR("not permitted -- need PERMISSION_WRITE");
                 continue;
             }
@@ -544,7 +545,7 @@ bool OMStored::copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel) {
                 copy = copy->clone(cloneNestLevel);
                 VERIFY(copy && copy->setDataStructureParent(thisNode, key));
             }
-            if (!copy) {
+            if (! copy) {
                 copy = undefinedFactory();
             }
             if (isArray) {
@@ -560,7 +561,7 @@ bool OMStored::copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel) {
 
 bool OMStored::setIsDataStructure(bool isDataStructure) {
     fIsDataStructure = isDataStructure;
-    if (!isDataStructure) {
+    if (! isDataStructure) {
         fDataStructureParent.reset();
     }
     if (fType != OMType::Array && fType != OMType::Map) {
@@ -568,21 +569,21 @@ bool OMStored::setIsDataStructure(bool isDataStructure) {
     }
     NodePtr self = shared_from_this();
     auto bringIntoLine = [&](NodePtr& subNode, const std::string& name) {
-        if (!subNode) {
+        if (! subNode) {
             LOG_ERROR("SANITY_CHECK failed: 'subNode' evaluates to false");
             return false;
         }
         const bool isOwnChild = subNode->getDataStructureParent() == self;
-        if (!isDataStructure) {
+        if (! isDataStructure) {
             if (isOwnChild) {
                 VERIFY(subNode->setIsDataStructure(false));
             }
             // NOTE: the link is made again right away: the children keep their place in this tree.
             VERIFY(subNode->setDataStructureParent(self, name));
-        } else if (!isOwnChild) {
+        } else if (! isOwnChild) {
             // A node of another tree can't hang here too: this tree gets its own copy.
             NodePtr copy = subNode->clone(CLONE_ALL_LEVELS);
-            if (!copy) {
+            if (! copy) {
                 return false;
             }
             subNode = copy;
@@ -597,7 +598,7 @@ bool OMStored::setIsDataStructure(bool isDataStructure) {
         }
     } else if (fType == OMType::Map && fMap) {
         for (auto& [key, subNode] : *fMap) {
-            if (!bringIntoLine(subNode, key)) {
+            if (! bringIntoLine(subNode, key)) {
                 allOK = false;
                 break;
             }
@@ -615,8 +616,9 @@ IOMNode::NodePtr OMStored::adoptChild(const NodePtr& node, const std::string& ke
         child = child->clone(0);
     }
     if (fIsDataStructure && child) {
-        if (!child->setDataStructureParent(thisNode, key)) {
-            LOG_ERROR("SANITY_CHECK failed: 'omNode->setDataStructureParent(thisNode, attr)' evaluates to false");
+        if (! child->setDataStructureParent(thisNode, key)) {
+            LOG_ERROR(
+                "SANITY_CHECK failed: 'omNode->setDataStructureParent(thisNode, attr)' evaluates to false");
         }
     }
     return child;
@@ -630,13 +632,13 @@ bool OMStored::storeInMap(const std::string& attr, NodePtr& out) {
             LOG_ERROR("not permitted - need PERMISSION_WRITE");
             break;
         }
-        if (!out) {
+        if (! out) {
             auto iter = fMap->find(attr);
             if (iter != fMap->end()) {
                 out = iter->second;
             }
         }
-        if (!out) {
+        if (! out) {
             out = undefinedFactory();
         }
         out = adoptChild(out, attr);
@@ -663,10 +665,10 @@ bool OMStored::storeInArray(uint64_t idx, NodePtr& out) {
     do {
         SANITY_CHECK(fArray);
         fillArrayUpTo(idx);
-        if (!out) {
+        if (! out) {
             out = (*fArray)[idx];
         }
-        if (!out) {
+        if (! out) {
             out = undefinedFactory();
         }
         out = adoptChild(out, std::to_string(idx));
@@ -717,7 +719,8 @@ bool OMStored::readChild(uint64_t idx, NodePtr& out) const {
     return found;
 }
 
-bool OMStored::accessOMNodeReadOnlyResolved(const ScopePtr&, const OMArgs&, uint64_t idx, NodePtr& out) const {
+bool OMStored::accessOMNodeReadOnlyResolved(const ScopePtr&, const OMArgs&, uint64_t idx,
+                                            NodePtr& out) const {
     return readChild(idx, out);
 }
 
@@ -726,13 +729,14 @@ bool OMStored::accessOMNodeReadOnlyResolved(const ScopePtr&, const OMArgs&, cons
     return readChild(attr, out);
 }
 
-void OMStored::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
-                                                     uint64_t idx, NodePtr& out) const {
+void OMStored::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&,
+                                                     const OMArgs&, uint64_t idx, NodePtr& out) const {
     found = readChild(idx, out);
 }
 
-void OMStored::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&, const OMArgs&,
-                                                     const std::string& attr, NodePtr& out) const {
+void OMStored::accessOMNodeReadOnlyResolved_yielding(const TaskPtr&, bool& found, const ScopePtr&,
+                                                     const OMArgs&, const std::string& attr,
+                                                     NodePtr& out) const {
     found = readChild(attr, out);
 }
 
@@ -762,8 +766,8 @@ bool OMStored::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, A
     return found;
 }
 
-bool OMStored::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType, uint64_t idx,
-                                    NodePtr& out) {
+bool OMStored::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType,
+                                    uint64_t idx, NodePtr& out) {
     bool found = false;
     do {
         if (args && ! args->empty()) {
@@ -787,8 +791,8 @@ bool OMStored::accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, A
 }
 
 void OMStored::accessOMNodeResolved_yielding(const TaskPtr&, bool& found, const ScopePtr& scope,
-                                             const OMArgs& args, AccessType accessType, const std::string& attr,
-                                             NodePtr& out) {
+                                             const OMArgs& args, AccessType accessType,
+                                             const std::string& attr, NodePtr& out) {
     // A stored node never waits: the synchronous form is the whole of it.
     found = OMStored::accessOMNodeResolved(scope, args, accessType, attr, out);
 }
@@ -799,48 +803,45 @@ void OMStored::accessOMNodeResolved_yielding(const TaskPtr&, bool& found, const 
     found = OMStored::accessOMNodeResolved(scope, args, accessType, idx, out);
 }
 
-IOMNode::NodePtr OMStored::setSync(uint64_t idx, const NodePtr& node) {
+template <class Key>
+IOMNode::NodePtr OMStored::setChild(const Key& key, const NodePtr& node) {
     NodePtr retVal;
     do {
         SANITY_CHECK(this != node.get());
         NodePtr child;
-        if (OMStored::accessOMNodeResolved(nullptr, nullptr, GET_CREATE, idx, child) && child && child->set(node)) {
+        // The access is virtual: a scope finds the variable along its chain.
+        if (accessOMNodeResolved(nullptr, nullptr, GET_CREATE, key, child) && child && child->set(node)) {
             retVal = child;
         }
     } while (false);
     return retVal;
+}
+
+template <class Key>
+void OMStored::setAndAccessChild(bool& found, const Key& key, NodePtr& node) {
+    NodePtr child = setSync(key, node);
+    found = static_cast<bool>(child);
+    if (! found) {
+        LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
+    } else {
+        node = child;
+    }
+}
+
+IOMNode::NodePtr OMStored::setSync(uint64_t idx, const NodePtr& node) {
+    return setChild(idx, node);
 }
 
 IOMNode::NodePtr OMStored::setSync(const std::string& attr, const NodePtr& node) {
-    NodePtr retVal;
-    do {
-        SANITY_CHECK(this != node.get());
-        NodePtr child;
-        if (OMStored::accessOMNodeResolved(nullptr, nullptr, GET_CREATE, attr, child) && child && child->set(node)) {
-            retVal = child;
-        }
-    } while (false);
-    return retVal;
+    return setChild(attr, node);
 }
 
 void OMStored::setAndAccess_yielding(const TaskPtr&, bool& found, uint64_t idx, NodePtr& node) {
-    NodePtr child = setSync(idx, node);
-    found = static_cast<bool>(child);
-    if (!found) {
-        LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
-    } else {
-        node = child;
-    }
+    setAndAccessChild(found, idx, node);
 }
 
 void OMStored::setAndAccess_yielding(const TaskPtr&, bool& found, const std::string& attr, NodePtr& node) {
-    NodePtr child = setSync(attr, node);
-    found = static_cast<bool>(child);
-    if (!found) {
-        LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
-    } else {
-        node = child;
-    }
+    setAndAccessChild(found, attr, node);
 }
 
 void OMStored::set_yielding(const TaskPtr&, NodePtr& out, uint64_t idx, const NodePtr& fromNode) {
@@ -906,16 +907,18 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
     out = frame->value;
     if (frame->value->getType() == OMType::Array || frame->value->getType() == OMType::Map) {
         frame->container = frame->value->getType() == OMType::Array ? arrayFactory() : mapFactory();
-        for (frame->iterator = frame->value->getIterator(); ! frame->iterator->isAtEnd(); ++*frame->iterator) {
-            YIELDING_CALL((**frame->iterator)->eval_yielding(task, frame->element, scope, UNWRAP_RETURN_VALUE));
+        for (frame->iterator = frame->value->getIterator(); ! frame->iterator->isAtEnd();
+             ++*frame->iterator) {
+            YIELDING_CALL(
+                (**frame->iterator)->eval_yielding(task, frame->element, scope, UNWRAP_RETURN_VALUE));
             if (frame->element) {
                 if (frame->value->getType() == OMType::Array) {
-                    YIELDING_CALL(frame->container->set_yielding(task, frame->stored, frame->iterator->getIdx(),
-                                                                 frame->element));
+                    YIELDING_CALL(frame->container->set_yielding(task, frame->stored,
+                                                                 frame->iterator->getIdx(), frame->element));
                 } else {
-                    YIELDING_CALL(frame->container->set_yielding(task, frame->stored, frame->iterator->getKey(),
-                                                                 frame->element));
-                    if (!frame->stored) {
+                    YIELDING_CALL(frame->container->set_yielding(task, frame->stored,
+                                                                 frame->iterator->getKey(), frame->element));
+                    if (! frame->stored) {
                         LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
                     }
                 }
@@ -932,7 +935,8 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
         }
     } else if (frame->value->getType() == OMType::Function) {
         if (scope && ! frame->value->getFunctionName().empty()) {
-            YIELDING_CALL(scope->set_yielding(task, frame->stored, frame->value->getFunctionName(), frame->value));
+            YIELDING_CALL(
+                scope->set_yielding(task, frame->stored, frame->value->getFunctionName(), frame->value));
         }
     }
     if (out && frame->isWrapped && handleReturnValue == KEEP_RETURN_VALUE) {
@@ -945,8 +949,9 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
 
 // ---- iteration ----
 
-OMStoredNodeIterator::OMStoredNodeIterator(const std::shared_ptr<const OMStored>& node) : fOMStoredNode(node) {
-    if (!fOMStoredNode) {
+OMStoredNodeIterator::OMStoredNodeIterator(const std::shared_ptr<const OMStored>& node)
+    : fOMStoredNode(node) {
+    if (! fOMStoredNode) {
         LOG_ERROR("SANITY_CHECK failed: 'fOMStoredNode' evaluates to false");
         return;
     }
@@ -998,7 +1003,7 @@ std::shared_ptr<IOMNode> OMStoredNodeIterator::operator*() const {
     if (fArray) {
         return isAtEnd() ? nullptr : *fArrayPosition;
     }
-    if (!fMap || isAtEnd()) {
+    if (! fMap || isAtEnd()) {
         return nullptr;
     }
     if ((fOMStoredNode->getPermissions(fMapPosition->first) & OMStored::PERMISSION_READ) == 0) {
@@ -1014,12 +1019,13 @@ namespace Brw {
 
 // ---- function calls ----
 
-void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bool useThis, const NodePtr& thisNode,
-                                           const OMArgs& args, const ScopePtr& scope) {
+void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bool useThis,
+                                           const NodePtr& thisNode, const OMArgs& args,
+                                           const ScopePtr& scope) {
     struct LocalVariableState : OMFunctionState {
-        std::shared_ptr<OMScope> frame;      // the call's own variables
-        std::shared_ptr<OMExpression> body;  // what runs
-        NodePtr result;                      // the body's value
+        std::shared_ptr<OMScope> frame;     // the call's own variables
+        std::shared_ptr<OMExpression> body; // what runs
+        NodePtr result;                     // the body's value
     };
     // Counts the calls nested on the native stack now; a wait unwinds them and the resumption counts anew.
     struct CallDepth {
@@ -1053,12 +1059,12 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
         bool allOK = true;
         for (size_t i = 1; i < parameters.size() && allOK; ++i) {
             NodePtr value;
-            if (!isThisPlaced) {
+            if (! isThisPlaced) {
                 // Without `useThis` a this-node is the first parameter: how a path function gets its node.
                 isThisPlaced = true;
                 value = thisNode;
             }
-            if (!value && args && nextArgument < args->size()) {
+            if (! value && args && nextArgument < args->size()) {
                 value = (*args)[nextArgument++];
             }
             NodePtr stored;
@@ -1096,7 +1102,8 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
     YIELDING_END;
 }
 
-void OMStored::bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value, NodePtr& stored) {
+void OMStored::bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value,
+                           NodePtr& stored) {
     // Stored in the frame's own map, by value for scalars and by sharing for containers.
     stored = value->clone(0);
     if (stored) {
@@ -1104,13 +1111,14 @@ void OMStored::bindInFrame(OMScope& callFrame, const std::string& name, const No
         (void)callFrame.OMStored::accessOMNodeResolved(nullptr, nullptr, SET, name, kept);
         stored = kept;
     }
-    if (!stored) {
+    if (! stored) {
         LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
     }
 }
 
-void OMStored::functionOperation_yielding(const TaskPtr& task, NodePtr& out, const std::string& name, bool useThis,
-                                          const NodePtr& thisNode, const OMArgs& args, const ScopePtr& scope) {
+void OMStored::functionOperation_yielding(const TaskPtr& task, NodePtr& out, const std::string& name,
+                                          bool useThis, const NodePtr& thisNode, const OMArgs& args,
+                                          const ScopePtr& scope) {
     struct LocalVariableState : OMFunctionState {
         std::shared_ptr<OMStored> functionNodeOMStored;
     };
@@ -1121,16 +1129,17 @@ void OMStored::functionOperation_yielding(const TaskPtr& task, NodePtr& out, con
         if (useThis && thisNode) {
             functionNode = thisNode->getOMNode(name);
         }
-        if (!functionNode || functionNode->getType() == OMType::Error) {
+        if (! functionNode || functionNode->getType() == OMType::Error) {
             functionNode = scope->getOMNode(name);
         }
-        if (!functionNode || functionNode->getType() == OMType::Error) {
+        if (! functionNode || functionNode->getType() == OMType::Error) {
             YIELDING_FINISH;
         }
         frame->functionNodeOMStored = rewrapFactory(*functionNode);
     }
     SANITY_CHECK(frame->functionNodeOMStored);
-    YIELDING_CALL(frame->functionNodeOMStored->callNodeAsFunction_yielding(task, out, useThis, thisNode, args, scope));
+    YIELDING_CALL(
+        frame->functionNodeOMStored->callNodeAsFunction_yielding(task, out, useThis, thisNode, args, scope));
     YIELDING_END;
 }
 

@@ -59,15 +59,18 @@ public:
     // Calls this node as a script function: a new frame below `scope` with the parameters bound, the body
     // evaluated there and a return value unwrapped. `useThis` makes `thisNode` the frame's "this";
     // otherwise a `thisNode` is the first parameter. Nothing happens when this isn't a function.
-    virtual void callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bool useThis, const NodePtr& thisNode,
-                                             const OMArgs& args, const ScopePtr& scope);
+    virtual void callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bool useThis,
+                                             const NodePtr& thisNode, const OMArgs& args,
+                                             const ScopePtr& scope);
     // Finds the function `name` (a member of `thisNode` first when `useThis`, else in `scope`) and calls
     // it; `out` stays empty when there is none.
-    static void functionOperation_yielding(const TaskPtr& task, NodePtr& out, const std::string& name, bool useThis,
-                                           const NodePtr& thisNode, const OMArgs& args, const ScopePtr& scope);
+    static void functionOperation_yielding(const TaskPtr& task, NodePtr& out, const std::string& name,
+                                           bool useThis, const NodePtr& thisNode, const OMArgs& args,
+                                           const ScopePtr& scope);
     // Parses one expression of `stream` into this node (see ExpressionParser).
-    virtual void parseExpression_yielding(const TaskPtr& task, bool& success, const std::shared_ptr<InputStream>& stream,
-                                          uint64_t parenNesting, int32_t parseType);
+    virtual void parseExpression_yielding(const TaskPtr& task, bool& success,
+                                          const std::shared_ptr<InputStream>& stream, uint64_t parenNesting,
+                                          int32_t parseType);
     // Parses all statements of `stream` into this node, without evaluating; undefined after a failure.
     virtual void parseExpressionList_yielding(const TaskPtr& task, bool& success,
                                               const std::shared_ptr<InputStream>& stream);
@@ -95,10 +98,12 @@ public:
                               const std::string& attr, NodePtr& out) override;
     bool accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType, uint64_t idx,
                               NodePtr& out) override;
-    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope, const OMArgs& args,
-                                       AccessType accessType, const std::string& attr, NodePtr& out) override;
-    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope, const OMArgs& args,
-                                       AccessType accessType, uint64_t idx, NodePtr& out) override;
+    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                       const OMArgs& args, AccessType accessType, const std::string& attr,
+                                       NodePtr& out) override;
+    void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
+                                       const OMArgs& args, AccessType accessType, uint64_t idx,
+                                       NodePtr& out) override;
     bool accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, uint64_t idx,
                                       NodePtr& out) const override;
     bool accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, const std::string& attr,
@@ -142,9 +147,11 @@ public:
     bool set(OMFloat value) override;
     bool set(bool value) override;
     void set_yielding(const TaskPtr& task, NodePtr& out, uint64_t idx, const NodePtr& fromNode) override;
-    void set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr, const NodePtr& fromNode) override;
+    void set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr,
+                      const NodePtr& fromNode) override;
     void setAndAccess_yielding(const TaskPtr& task, bool& found, uint64_t idx, NodePtr& node) override;
-    void setAndAccess_yielding(const TaskPtr& task, bool& found, const std::string& attr, NodePtr& node) override;
+    void setAndAccess_yielding(const TaskPtr& task, bool& found, const std::string& attr,
+                               NodePtr& node) override;
     bool setDate(OMInt date) override;
     bool setEmptyArray() override;
     bool setEmptyMap() override;
@@ -168,8 +175,15 @@ private:
     bool readChild(uint64_t idx, NodePtr& out) const;
     // Adds Undefined elements until `idx` is inside the array.
     void fillArrayUpTo(uint64_t idx);
+    // Finds or makes the child `key` and gives it the value of `node`: the child, or null.
+    template <class Key>
+    NodePtr setChild(const Key& key, const NodePtr& node);
+    // setChild, handing the child back in `node`.
+    template <class Key>
+    void setAndAccessChild(bool& found, const Key& key, NodePtr& node);
     // Binds a variable of a call's frame.
-    static void bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value, NodePtr& stored);
+    static void bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value,
+                            NodePtr& stored);
     // Copies the children of `from` into this node's new container.
     bool copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel);
 
@@ -180,13 +194,14 @@ private:
         OMFloat fFloat;
         OMInt fDate; // seconds since the epoch, UTC
         GUIDClass* fGUID;
-    } fUnion{};                                           // the scalar, chosen by fType
-    std::string fString;                                  // the text of a String
-    std::shared_ptr<OMArray> fArray;                      // set only for an Array
-    std::shared_ptr<OMMap> fMap;                          // set only for a Map
-    std::unique_ptr<std::unordered_map<std::string, uint32_t>> fPermissions; // attributes not at 7; made on need
+    } fUnion{};                      // the scalar, chosen by fType
+    std::string fString;             // the text of a String
+    std::shared_ptr<OMArray> fArray; // set only for an Array
+    std::shared_ptr<OMMap> fMap;     // set only for a Map
+    std::unique_ptr<std::unordered_map<std::string, uint32_t>>
+        fPermissions;                                      // attributes not at 7; made on need
     std::shared_ptr<FunctionSignature> fFunctionSignature; // set for a Function
-    std::shared_ptr<OMExpression> fExpression;            // an Expression, or a Function's body
+    std::shared_ptr<OMExpression> fExpression;             // an Expression, or a Function's body
 
     static inline int64_t fOMStoredCount = 0; // nodes alive now
     static inline int64_t fCallDepth = 0;     // script calls nested on the native stack now
@@ -215,12 +230,13 @@ public:
 
 protected:
     // Skips whitespace, not comments: `c` is the next other character, peeked, or AT_END.
-    static void skipWhitespace_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream);
+    static void skipWhitespace_yielding(const TaskPtr& task, int& c,
+                                        const std::shared_ptr<InputStream>& stream);
     // Peeks, waiting while nothing is there yet: `c` is a character or AT_END, never NOTHING_YET.
     static void peekChar_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream);
     // Reads a name by the identifier rule; empty when the next character can't start one.
     static void parseName_yielding(const TaskPtr& task, std::string& name,
-                            const std::shared_ptr<InputStream>& stream);
+                                   const std::shared_ptr<InputStream>& stream);
     // Skips whitespace, then consumes `chars`; on a mismatch the stream goes back and `success` stays false.
     virtual void parseChars_yielding(const TaskPtr& task, bool& success,
                                      const std::shared_ptr<InputStream>& stream, const std::string& chars);
@@ -240,10 +256,10 @@ protected:
     // After a consumed '/': skips a line or block comment (`success`). When no comment follows, the stream
     // stands on the '/' again, `success` is false and `errorMessage` empty.
     static void parseComment_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
-                               const std::shared_ptr<InputStream>& stream);
+                                      const std::shared_ptr<InputStream>& stream);
 
 private:
-    static std::unordered_map<Token, std::string> fTokenToStrMap;             // token to its text
+    static std::unordered_map<Token, std::string> fTokenToStrMap;            // token to its text
     static std::unordered_map<std::string, Token, FNV1aHash> fStrToTokenMap; // text to its token
 };
 
