@@ -17,6 +17,7 @@
 #include "BrwMain/BrwMain.h"
 #include "BrwParser/BrwIOStreamPrompted.h"
 #include "BrwParser/BrwInputStreamString.h"
+#include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
 #include "BrwParser/BrwOutputStreamString.h"
@@ -86,8 +87,8 @@ private:
 };
 
 // Runs a text statement by statement, as a session does, with a time-out for loops the mutation made
-// endless; what it prints is dropped.
-void runInProcess(const std::string& text) {
+// endless; gives what it printed.
+std::string runInProcess(const std::string& text) {
     auto input = std::make_shared<Brw::InputStreamString>(text);
     input->setAtEOF();
     auto output = std::make_shared<Brw::OutputStreamString>();
@@ -103,6 +104,31 @@ void runInProcess(const std::string& text) {
             node->parseAndEvalFrom_yielding(task, success, scope, stream);
         },
         200000);
+    return output->getText();
+}
+
+// Expressions that can't wait are evaluated without frames; the resumable path must give the same
+// output and the same script errors for every script of the corpus.
+TEST(DirectEvaluationTest, SameOutputAndErrorsAsTheResumablePath) {
+    const std::filesystem::path home = BrwTests::isolatedHome();
+    for (const auto& script : corpus()) {
+        const std::string text = readFile(script);
+        std::string outputs[2];
+        std::string errors[2];
+        for (int isDirect = 0; isDirect < 2; ++isDirect) {
+            const std::string errorFile = (home / ("direct-errors-" + std::to_string(isDirect))).string();
+            std::filesystem::remove(errorFile);
+            Brw::ScriptErrorLog::setFile(errorFile);
+            Brw::OMExpression::setDirectEvaluation(isDirect == 1);
+            outputs[isDirect] = runInProcess(text);
+            errors[isDirect] = readFile(errorFile);
+        }
+        Brw::OMExpression::setDirectEvaluation(true);
+        Brw::ScriptErrorLog::setFile("");
+        EXPECT_EQ(outputs[1], outputs[0]) << script;
+        EXPECT_EQ(errors[1], errors[0]) << script;
+        EXPECT_FALSE(outputs[1].empty()) << script;
+    }
 }
 
 TEST(ScriptFuzzTest, MutatedCorpusNeverCrashesOrHangs) {

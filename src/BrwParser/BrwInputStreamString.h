@@ -30,6 +30,8 @@ public:
     // Characters read or forgotten and no longer kept.
     uint64_t getDiscardedChars() const { return fDiscardedChars; }
     size_t getBufferSize() const { return fBuffer.size(); }
+    // The text not yet discarded: for a string written to and never read, all of it.
+    const std::string& getText() const { return fBuffer; }
 
 protected:
     std::string fBuffer;          // text not yet discarded

@@ -1,6 +1,7 @@
 #include "BrwParser/BrwOMExpression.h"
 
 #include "BrwLogger/BrwCheck.h"
+#include "BrwParser/BrwOMExpressionLValue.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwToken.h"
 
@@ -169,6 +170,77 @@ bool OMExpression::nodesLess(const std::shared_ptr<IOMNode>& left, const std::sh
 
 std::string OMExpression::nodeText(const std::shared_ptr<IOMNode>& node) {
     return node ? node->toString() : std::string();
+}
+
+bool OMExpression::isPureOperand(const std::shared_ptr<IOMNode>& node, OMExpression*& expression) {
+    expression = nullptr;
+    if (! node || node->isReturnValue()) {
+        return false;
+    }
+    switch (node->getType()) {
+    case OMType::Array:
+    case OMType::Map:
+    case OMType::Function:
+        // A literal container or function is copied or bound when evaluated: the resumable path does that.
+        return false;
+    case OMType::Expression: {
+        const std::shared_ptr<OMExpression> nodeExpression = node->getExpression();
+        if (! nodeExpression || nodeExpression->getDirectShape() != DIRECT_PURE) {
+            return false;
+        }
+        // The node owns the expression for as long as the tree lives: a plain pointer is enough.
+        expression = nodeExpression.get();
+        return true;
+    }
+    default:
+        return true;
+    }
+}
+
+bool OMExpression::evalPureOperand(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node, OMExpression* expression,
+                                   const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& value) {
+    if (expression == nullptr) {
+        value = node;
+        return true;
+    }
+    // A variable that holds an expression (a built-in, a wrapped value) takes the long way.
+    return expression->evalDirectShape(task, scope, value) && value && value->getType() != OMType::Expression;
+}
+
+OMExpression::DirectShape OMExpression::statementShape(const std::shared_ptr<IOMNode>& node,
+                                                      OMExpression*& expression) {
+    expression = nullptr;
+    if (node && node->getType() == OMType::Expression) {
+        const std::shared_ptr<OMExpression> nodeExpression = node->getExpression();
+        if (nodeExpression) {
+            expression = nodeExpression.get();
+            return nodeExpression->getDirectShape();
+        }
+    }
+    return isPureOperand(node, expression) ? DIRECT_PURE : DIRECT_NONE;
+}
+
+bool OMExpression::isReadOnlyNode(const std::shared_ptr<IOMNode>& node, OMExpression*& expression) {
+    const DirectShape shape = statementShape(node, expression);
+    return shape == DIRECT_PURE || shape == DIRECT_READ_ONLY;
+}
+
+bool OMExpression::evalDirectNode(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node,
+                                  OMExpression* expression, const std::shared_ptr<OMScope>& scope,
+                                  std::shared_ptr<IOMNode>& value) {
+    if (expression == nullptr) {
+        value = node;
+        return true;
+    }
+    return expression->evalDirect(task, scope, value);
+}
+
+OMExpressionLValueStr* OMExpression::asPlainName(const std::shared_ptr<IOMNode>& node) {
+    if (! node || node->getType() != OMType::Expression) {
+        return nullptr;
+    }
+    auto* name = dynamic_cast<OMExpressionLValueStr*>(node->getExpression().get());
+    return name != nullptr && name->getDirectShape() == DIRECT_PURE ? name : nullptr;
 }
 
 bool OMExpression::prepareScope(const std::shared_ptr<OMScope>& scope) {

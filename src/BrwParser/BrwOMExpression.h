@@ -9,7 +9,7 @@
 namespace Brw {
 
 // Base of all parsed script. A tree of expressions hangs in value nodes; expressions are immutable once
-// built (but for the cached hash), and per-evaluation state lives in the running task's frames, so one
+// built (but for the cached hash and shape), and per-evaluation state lives in the running task's frames, so one
 // tree may be evaluated by several tasks at once.
 class OMExpression : public std::enable_shared_from_this<OMExpression> {
 public:
@@ -61,6 +61,33 @@ public:
     // The operand of a unary expression; null for anything else.
     virtual std::shared_ptr<IOMNode> getOperand() const { return nullptr; }
 
+    // What an expression can do without a frame, in rising order: nothing; give a value by reading only
+    // (names, operators, `?:`, calls of functions that only read), so it may be an operand; read only but
+    // be no operand (`return`, `if`, blocks of such statements); or make one write at its end (assignment
+    // to a name, an increment, or an `if` that chooses one of those).
+    enum DirectShape : int8_t {
+        DIRECT_UNKNOWN = 0,
+        DIRECT_NONE = 1,
+        DIRECT_PURE = 2,
+        DIRECT_READ_ONLY = 3,
+        DIRECT_STATEMENT = 4,
+    };
+
+    // Evaluation at run time without frames, for the shapes that can't wait. True with `result` set when
+    // done; false when the resumable path must do it, and then nothing was changed that it could tell.
+    bool evalDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                    std::shared_ptr<IOMNode>& result) {
+        return fIsDirectEvaluationOn && getDirectShape() != DIRECT_NONE && evalDirectShape(task, scope, result);
+    }
+    // Off, every expression takes the resumable path: tests compare the two.
+    static void setDirectEvaluation(bool isOn) { fIsDirectEvaluationOn = isOn; }
+    DirectShape getDirectShape() {
+        if (fDirectShape == DIRECT_UNKNOWN) {
+            fDirectShape = computeDirectShape();
+        }
+        return fDirectShape;
+    }
+
     // `return operand` as an expression: how a value is wrapped to travel out of a function.
     static std::shared_ptr<OMExpression> returnFactory(const std::shared_ptr<IOMNode>& operand);
 
@@ -76,6 +103,33 @@ public:
     static const char* ternOpToSuffixStr(TernOp ternOp);
 
 protected:
+    // The shape, found once: expressions don't change after they are built.
+    virtual DirectShape computeDirectShape() { return DIRECT_NONE; }
+    // For the parser, which still adds to an expression it built.
+    void forgetDirectShape() { fDirectShape = DIRECT_UNKNOWN; }
+    // The direct evaluation of a shape other than DIRECT_NONE.
+    virtual bool evalDirectShape(const std::shared_ptr<Task>&, const std::shared_ptr<OMScope>&,
+                                 std::shared_ptr<IOMNode>&) {
+        return false;
+    }
+    // An operand that reading alone can evaluate: a plain value, or an expression of the pure shape, which
+    // is put in `expression` (null for a plain value).
+    static bool isPureOperand(const std::shared_ptr<IOMNode>& node, OMExpression*& expression);
+    // The value of such an operand; false when the resumable path must evaluate it.
+    static bool evalPureOperand(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node, OMExpression* expression,
+                                const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& value);
+    // A node that runs without frames and writes nothing: a pure operand or a read-only statement. The
+    // expression, if any, is put in `expression`.
+    static bool isReadOnlyNode(const std::shared_ptr<IOMNode>& node, OMExpression*& expression);
+    // The shape of a node as a statement: that of its expression, pure for a plain value, none for the rest.
+    static DirectShape statementShape(const std::shared_ptr<IOMNode>& node, OMExpression*& expression);
+    // The value of a node of a direct shape, as its evaluation gives it (a wrapped return value included).
+    static bool evalDirectNode(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node,
+                               OMExpression* expression, const std::shared_ptr<OMScope>& scope,
+                               std::shared_ptr<IOMNode>& value);
+    // A plain name: the head of a chain, without arguments; null for anything else.
+    static class OMExpressionLValueStr* asPlainName(const std::shared_ptr<IOMNode>& node);
+
     // Operand comparisons by value, as the comparison operators make them; null sorts first.
     static bool nodesEqual(const std::shared_ptr<IOMNode>& left, const std::shared_ptr<IOMNode>& right);
     static bool nodesLess(const std::shared_ptr<IOMNode>& left, const std::shared_ptr<IOMNode>& right);
@@ -86,6 +140,11 @@ protected:
     // The signals that travel up through operands: a wrapped return value and a `break`.
     static bool isReturnNode(const std::shared_ptr<IOMNode>& node);
     static bool isBreakNode(const std::shared_ptr<IOMNode>& node);
+
+private:
+    DirectShape fDirectShape = DIRECT_UNKNOWN; // found on the first evaluation
+
+    static inline bool fIsDirectEvaluationOn = true; // expressions of a direct shape skip frames
 };
 
 } // namespace Brw

@@ -237,6 +237,53 @@ void OMExpressionBinary::writeThroughParent_yielding(const std::shared_ptr<Task>
     YIELDING_END;
 }
 
+OMExpression::DirectShape OMExpressionBinary::computeDirectShape() {
+    if (fBinOp >= MULTIPLY && fBinOp <= BOOL_OR) {
+        return isPureOperand(fNode1, fDirect1) && isPureOperand(fNode2, fDirect2) ? DIRECT_PURE : DIRECT_NONE;
+    }
+    if (fBinOp == ASSIGN) {
+        fDirectTarget = asPlainName(fNode1);
+        return fDirectTarget != nullptr && isPureOperand(fNode2, fDirect2) ? DIRECT_STATEMENT : DIRECT_NONE;
+    }
+    return DIRECT_NONE;
+}
+
+bool OMExpressionBinary::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result) {
+    if (fBinOp == ASSIGN) {
+        return assignDirect(task, scope, result);
+    }
+    std::shared_ptr<IOMNode> value1;
+    std::shared_ptr<IOMNode> value2;
+    if (! evalPureOperand(task, fNode1, fDirect1, scope, value1) || ! evalPureOperand(task, fNode2, fDirect2, scope, value2)) {
+        return false;
+    }
+    result = OMNode::binaryOperation(fBinOp, value1, KEEP_NODE, value2, KEEP_NODE, scope);
+    return result != nullptr;
+}
+
+bool OMExpressionBinary::assignDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result) {
+    // The variable is made before the value is read, as on the resumable path; that one finds it made.
+    std::shared_ptr<IOMNode> target;
+    if (! fDirectTarget->findTargetDirect(scope, target) || ! target->isResolved(RUN) ||
+        target->getDataStructureParent()) {
+        return false;
+    }
+    std::shared_ptr<IOMNode> value;
+    if (! evalPureOperand(task, fNode2, fDirect2, scope, value)) {
+        return false;
+    }
+    if (value.use_count() > 1 && (value == fNode2 || value->isScalar())) {
+        value = value->clone(OMStored::CLONE_ALL_LEVELS);
+        if (! value) {
+            LOG_ERROR("SANITY_CHECK failed: 'resolution.fResolvedNode2' evaluates to false");
+            result.reset();
+            return true;
+        }
+    }
+    result = fDirectTarget->storeDirect(scope, value);
+    return true;
+}
+
 void OMExpressionBinary::set_yielding(const std::shared_ptr<Task>&, bool& success, std::shared_ptr<IOMNode>& value,
                                       const std::shared_ptr<OMScope>& scope, ScriptPhase) {
     success = false;

@@ -46,7 +46,15 @@ public:
     const std::shared_ptr<IOMNode>& getNode1() const { return fNode1; }
     const std::shared_ptr<IOMNode>& getNode2() const { return fNode2; }
 
+protected:
+    // Operators on readable operands are pure; an assignment of one to a plain name is a statement.
+    DirectShape computeDirectShape() override;
+    bool evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                         std::shared_ptr<IOMNode>& result) override;
+
 private:
+    // `name = value` without frames: the steps of get_yielding for a plain name and a readable value.
+    bool assignDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result);
     // The `while` and `do` loop, from the operand already evaluated in `resolution.fResolvedNode1`.
     void loop_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
                        const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
@@ -59,6 +67,9 @@ private:
     std::shared_ptr<IOMNode> fNode1;  // left operand (a loop's condition; a do-loop's body)
     std::shared_ptr<IOMNode> fNode2;  // right operand (a loop's body; a do-loop's condition)
     mutable uint64_t fHash = 0;       // 0: not computed yet
+    OMExpression* fDirect1 = nullptr; // the pure expression of the left operand, when the shape has one
+    OMExpression* fDirect2 = nullptr; // the same of the right operand
+    class OMExpressionLValueStr* fDirectTarget = nullptr; // the name an assignment of the direct shape sets
 };
 
 } // namespace Brw

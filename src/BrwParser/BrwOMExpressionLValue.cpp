@@ -596,6 +596,62 @@ void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, Node
     YIELDING_END;
 }
 
+OMExpression::DirectShape OMExpressionLValueStr::computeDirectShape() {
+    if (fParent) {
+        return DIRECT_NONE;
+    }
+    fDirectArguments.clear();
+    if (fUnresolvedArgumentList) {
+        fDirectArguments.resize(fUnresolvedArgumentList->size());
+        for (size_t index = 0; index < fDirectArguments.size(); ++index) {
+            if (! isPureOperand((*fUnresolvedArgumentList)[index], fDirectArguments[index])) {
+                return DIRECT_NONE;
+            }
+        }
+    }
+    return DIRECT_PURE;
+}
+
+bool OMExpressionLValueStr::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                                            NodePtr& result) {
+    // A missing name is reported by the resumable path.
+    NodePtr value;
+    if (! scope->accessOMNodeReadOnlyResolved(scope, nullptr, fIdentifier, value) || ! value) {
+        return false;
+    }
+    if (! fUnresolvedArgumentList) {
+        result = value;
+        return true;
+    }
+    // A call: only of a function that reads and nothing else, so that giving up half-way changes nothing.
+    const OMStored* function = value->getType() == OMType::Function ? value->getOMStoredRaw() : nullptr;
+    if (function == nullptr) {
+        return false;
+    }
+    auto arguments = std::make_shared<OMArray>();
+    arguments->resize(fDirectArguments.size());
+    for (size_t index = 0; index < fDirectArguments.size(); ++index) {
+        if (! evalPureOperand(task, (*fUnresolvedArgumentList)[index], fDirectArguments[index], scope,
+                              (*arguments)[index])) {
+            return false;
+        }
+    }
+    return function->callReadOnlyDirect(task, scope, arguments, result);
+}
+
+bool OMExpressionLValueStr::findTargetDirect(const std::shared_ptr<OMScope>& scope, NodePtr& target) {
+    target.reset();
+    return scope->accessOMNodeResolved(scope, nullptr, SET, fIdentifier, target) && target;
+}
+
+NodePtr OMExpressionLValueStr::storeDirect(const std::shared_ptr<OMScope>& scope, const NodePtr& value) {
+    NodePtr result = value;
+    if (! scope->accessOMNodeResolved(scope, nullptr, SET, fIdentifier, result) || ! result) {
+        result = reportUnreachable("cannot access identifier");
+    }
+    return result;
+}
+
 void OMExpressionLValueStr::call_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
                                           const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                                           const NodePtr& base, OMExpressionLValueResolution& resolution) {

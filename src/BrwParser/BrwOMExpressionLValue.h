@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwToken.h"
@@ -253,8 +254,19 @@ public:
     std::string toString() const override;
     std::string getIdentifier() const override;
 
+    // The two writes of `name = value` without frames, as get_yielding makes them for a plain name: the
+    // variable as it stands (made if new), and then the value stored under the name, or the Error value.
+    bool findTargetDirect(const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& target);
+    std::shared_ptr<IOMNode> storeDirect(const std::shared_ptr<OMScope>& scope,
+                                         const std::shared_ptr<IOMNode>& value);
+
 protected:
     std::string getMemberName() const override { return fIdentifier; }
+    // A plain name is read without a frame, and so is a call by name with pure arguments of a function that
+    // only reads.
+    DirectShape computeDirectShape() override;
+    bool evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                         std::shared_ptr<IOMNode>& result) override;
     bool ownFieldEqual(const OMExpressionLValue& other) const override;
     bool ownFieldLess(const OMExpressionLValue& other) const override;
 
@@ -265,6 +277,7 @@ private:
                        const std::shared_ptr<IOMNode>& base, OMExpressionLValueResolution& resolution);
 
     std::string fIdentifier; // the name; never empty
+    std::vector<OMExpression*> fDirectArguments; // the pure expressions of a call's arguments, null for values
 };
 
 } // namespace Brw

@@ -1,5 +1,7 @@
 #include "BrwParser/BrwOMExpressionSequence.h"
 
+#include <algorithm>
+
 #include "BrwLogger/BrwCheck.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwToken.h"
@@ -27,6 +29,7 @@ bool OMExpressionSequence::append(const std::shared_ptr<IOMNode>& node) {
         SANITY_CHECK(node);
         fNodes->push_back(node);
         fHash = 0;
+        forgetDirectShape();
         retVal = true;
     } while (false);
     return retVal;
@@ -38,7 +41,8 @@ std::shared_ptr<IOMNode> OMExpressionSequence::getNode(size_t index) const {
 
 void OMExpressionSequence::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved,
                                             AccessType accessType, const std::shared_ptr<OMScope>& scope,
-                                            ScriptPhase phase, OMExpressionSequenceResolution& resolution) {
+                                            ScriptPhase phase, OMExpressionSequenceResolution& resolution,
+                                            size_t startIndex) {
     struct LocalVariableState : OMFunctionState {
         size_t index = 0;
         std::shared_ptr<IOMNode> value;
@@ -48,7 +52,7 @@ void OMExpressionSequence::resolve_yielding(const std::shared_ptr<Task>& task, b
     SANITY_CHECK(prepareScope(scope));
     resolution.fResolvedNodes = std::make_shared<OMArray>();
     resolution.fResolvedNodes->reserve(fNodes->size());
-    for (frame->index = 0; frame->index < fNodes->size(); ++frame->index) {
+    for (frame->index = startIndex; frame->index < fNodes->size(); ++frame->index) {
         SANITY_CHECK((*fNodes)[frame->index]);
         YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->value, accessType, (*fNodes)[frame->index], scope,
                                                        phase, KEEP_RETURN_VALUE));
@@ -72,14 +76,23 @@ void OMExpressionSequence::get_yielding(const std::shared_ptr<Task>& task, std::
     struct LocalVariableState : OMFunctionState {
         OMExpressionSequenceResolution resolution;
         bool resolved = false;
+        size_t startIndex = 0; // statements before it ran without frames
     };
+    size_t directCount = 0;
+    if (phase == RUN && accessType == GET && scope && scope->isPlain() && ! task->hasPendingFunctionState() &&
+        scope->getType() == OMType::Map && isDirectBlock() && evalStatementsDirect(task, scope, directCount, result)) {
+        return;
+    }
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     SANITY_CHECK(fBinOp != BinOp::ASSIGN);
     if (!fNodes || fNodes->empty()) {
         result = OMStored::undefinedFactory();
         YIELDING_FINISH;
     }
-    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
+    // Only the last value counts in a block, so the values of the statements that already ran aren't kept.
+    frame->startIndex = directCount;
+    YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution,
+                                   frame->startIndex));
     if (!frame->resolved) {
         YIELDING_FINISH;
     }
@@ -126,6 +139,92 @@ void OMExpressionSequence::get_yielding(const std::shared_ptr<Task>& task, std::
     }
     SANITY_CHECK(result);
     YIELDING_END;
+}
+
+OMExpression::DirectShape OMExpressionSequence::computeDirectShape() {
+    fDirectNodes.assign(getNodeCount(), nullptr);
+    fIsDirectBlock = false;
+    if (fDirectNodes.empty()) {
+        return DIRECT_NONE;
+    }
+    if (fBinOp == COMMA || fBinOp == SEMICOLON) {
+        // A block of reads is read-only as a whole; one with writes runs its statements one by one without
+        // frames, but is no shape of its own: after a write, a statement that must take the long way
+        // can't take the whole block with it.
+        DirectShape strongest = DIRECT_PURE;
+        for (size_t index = 0; index < fDirectNodes.size() && strongest != DIRECT_NONE; ++index) {
+            const DirectShape shape = statementShape((*fNodes)[index], fDirectNodes[index]);
+            strongest = shape == DIRECT_NONE ? DIRECT_NONE : std::max(strongest, shape);
+        }
+        fIsDirectBlock = strongest != DIRECT_NONE;
+        return strongest == DIRECT_PURE || strongest == DIRECT_READ_ONLY ? DIRECT_READ_ONLY : DIRECT_NONE;
+    }
+    if (fBinOp < MULTIPLY || fBinOp > BOOL_OR) {
+        return DIRECT_NONE;
+    }
+    for (size_t index = 0; index < fDirectNodes.size(); ++index) {
+        if (! isPureOperand((*fNodes)[index], fDirectNodes[index])) {
+            return DIRECT_NONE;
+        }
+    }
+    return DIRECT_PURE;
+}
+
+bool OMExpressionSequence::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                                           std::shared_ptr<IOMNode>& result) {
+    if (fBinOp == COMMA || fBinOp == SEMICOLON) {
+        size_t doneCount = 0;
+        return evalStatementsDirect(task, scope, doneCount, result);
+    }
+    std::shared_ptr<IOMNode> accumulated;
+    std::shared_ptr<IOMNode> value;
+    for (size_t index = 0; index < fDirectNodes.size(); ++index) {
+        if (! evalPureOperand(task, (*fNodes)[index], fDirectNodes[index], scope, value)) {
+            return false;
+        }
+        // As get_yielding folds: from the second operand on, the accumulator is this evaluation's own.
+        accumulated = index == 0 ? value
+                                 : OMNode::binaryOperation(fBinOp, accumulated, index > 1 ? REUSE_NODE : KEEP_NODE,
+                                                           value, KEEP_NODE, scope);
+        if (! accumulated) {
+            return false;
+        }
+    }
+    result = fDirectNodes.size() == 1 ? accumulated->clone(0) : accumulated;
+    return result != nullptr;
+}
+
+bool OMExpressionSequence::evalStatementsDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, size_t& doneCount,
+                                               std::shared_ptr<IOMNode>& result) {
+    std::shared_ptr<IOMNode> value;
+    for (doneCount = 0; doneCount < fDirectNodes.size(); ++doneCount) {
+        if (! evalDirectNode(task, (*fNodes)[doneCount], fDirectNodes[doneCount], scope, value)) {
+            return false;
+        }
+        if (! value) {
+            // An internal fault, reported where it happened; the block's value is missing, as it would be.
+            result.reset();
+            return true;
+        }
+        if (! value->isResolved(RUN)) {
+            // Only a read gives such a value, and reading again changes nothing: the long way takes it.
+            return false;
+        }
+        if (isReturnNode(value) || isBreakNode(value)) {
+            break;
+        }
+    }
+    result = statementListValue(value);
+    return true;
+}
+
+std::shared_ptr<IOMNode> OMExpressionSequence::statementListValue(const std::shared_ptr<IOMNode>& last) {
+    if (! last->isReturnValue()) {
+        return last->clone(0);
+    }
+    std::shared_ptr<IOMNode> unwrapped = last->unwrapReturnValue();
+    std::shared_ptr<IOMNode> copy = unwrapped ? unwrapped->clone(0) : nullptr;
+    return copy ? copy->wrapReturnValue() : nullptr;
 }
 
 void OMExpressionSequence::set_yielding(const std::shared_ptr<Task>&, bool& success, std::shared_ptr<IOMNode>&,

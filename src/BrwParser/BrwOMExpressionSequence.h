@@ -24,9 +24,10 @@ public:
     size_t getNodeCount() const { return fNodes ? fNodes->size() : 0; }
     BinOp getBinOp() const { return fBinOp; }
 
+    // Evaluates the nodes from `startIndex` on, up to a return or a break.
     void resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
                           const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                          OMExpressionSequenceResolution& resolution);
+                          OMExpressionSequenceResolution& resolution, size_t startIndex = 0);
 
     using OMExpression::get_yielding;
     void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
@@ -41,10 +42,31 @@ public:
     bool operator==(const OMExpression& other) const override;
     bool operator<(const OMExpression& other) const override;
 
+protected:
+    // A chain of an operator on pure operands is pure; a block or comma list of reads is read-only.
+    DirectShape computeDirectShape() override;
+    bool evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                         std::shared_ptr<IOMNode>& result) override;
+
 private:
+    // A block or comma list whose every statement has a direct shape runs them without frames, in order,
+    // until one must take the resumable path: `doneCount` says how many ran. True when all of them did (or
+    // a return or break ended the block), with the block's value in `result`.
+    bool isDirectBlock() {
+        getDirectShape();
+        return fIsDirectBlock;
+    }
+    bool evalStatementsDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, size_t& doneCount,
+                              std::shared_ptr<IOMNode>& result);
+    // The value of a block or comma list from the value of its last statement: a copy, wrapped again when
+    // it is a return value.
+    static std::shared_ptr<IOMNode> statementListValue(const std::shared_ptr<IOMNode>& last);
+
     BinOp fBinOp;                    // the chained operator; never ASSIGN
     std::shared_ptr<OMArray> fNodes; // the operands in order
     mutable uint64_t fHash = 0;      // 0: not computed yet
+    std::vector<OMExpression*> fDirectNodes; // the direct expression of each node, when the shape has them
+    bool fIsDirectBlock = false;             // a block or comma list of statements of direct shapes
 };
 
 } // namespace Brw

@@ -1,5 +1,7 @@
 #include "BrwParser/BrwOMExpressionTernary.h"
 
+#include <algorithm>
+
 #include "BrwLogger/BrwCheck.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwTask/BrwYielding.h"
@@ -75,6 +77,40 @@ void OMExpressionTernary::get_yielding(const std::shared_ptr<Task>& task, std::s
         result = frame->resolution.fResolvedNode;
     }
     YIELDING_END;
+}
+
+OMExpression::DirectShape OMExpressionTernary::computeDirectShape() {
+    if ((fTernOp != CONDITIONAL && fTernOp != IF) || ! isPureOperand(fNode1, fDirect1)) {
+        return DIRECT_NONE;
+    }
+    const DirectShape shape2 = statementShape(fNode2, fDirect2);
+    const DirectShape shape3 = statementShape(fNode3, fDirect3);
+    if (shape2 == DIRECT_NONE || shape3 == DIRECT_NONE) {
+        return DIRECT_NONE;
+    }
+    const DirectShape strongest = std::max(shape2, shape3);
+    return fTernOp == IF ? std::max(strongest, DIRECT_READ_ONLY) : strongest;
+}
+
+bool OMExpressionTernary::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                                          std::shared_ptr<IOMNode>& result) {
+    std::shared_ptr<IOMNode> condition;
+    if (! evalPureOperand(task, fNode1, fDirect1, scope, condition)) {
+        return false;
+    }
+    const bool isFirst = condition->getAsBool();
+    std::shared_ptr<IOMNode> value;
+    if (! evalDirectNode(task, isFirst ? fNode2 : fNode3, isFirst ? fDirect2 : fDirect3, scope, value) || ! value) {
+        return false;
+    }
+    // As resolve_yielding checks it: a value that isn't final takes the long way; the chosen part is a
+    // read, or a statement that has already checked its value.
+    const std::shared_ptr<IOMNode> unwrapped = value->unwrapReturnValue();
+    if (! unwrapped || ! unwrapped->isResolved(RUN)) {
+        return false;
+    }
+    result = value;
+    return true;
 }
 
 void OMExpressionTernary::set_yielding(const std::shared_ptr<Task>&, bool& success, std::shared_ptr<IOMNode>&,

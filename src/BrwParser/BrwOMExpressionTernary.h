@@ -41,11 +41,20 @@ public:
     const std::shared_ptr<IOMNode>& getNode2() const { return fNode2; }
     const std::shared_ptr<IOMNode>& getNode3() const { return fNode3; }
 
+protected:
+    // `?:` on pure parts is pure; an `if` has the shape of its strongest part, and is never pure.
+    DirectShape computeDirectShape() override;
+    bool evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                         std::shared_ptr<IOMNode>& result) override;
+
 private:
     TernOp fTernOp;                  // CONDITIONAL or IF
     std::shared_ptr<IOMNode> fNode1; // the condition
     std::shared_ptr<IOMNode> fNode2; // taken when it is true
     std::shared_ptr<IOMNode> fNode3; // taken otherwise; undefined for an `if` without `else`
+    OMExpression* fDirect1 = nullptr; // the direct expressions of the three parts, when the shape has them
+    OMExpression* fDirect2 = nullptr;
+    OMExpression* fDirect3 = nullptr;
     mutable uint64_t fHash = 0;      // 0: not computed yet
 };
 

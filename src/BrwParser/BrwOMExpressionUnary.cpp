@@ -1,6 +1,7 @@
 #include "BrwParser/BrwOMExpressionUnary.h"
 
 #include "BrwLogger/BrwCheck.h"
+#include "BrwParser/BrwOMExpressionLValue.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwTask/BrwYielding.h"
 
@@ -46,8 +47,19 @@ void OMExpressionUnary::get_yielding(const std::shared_ptr<Task>& task, std::sha
         YIELDING_FINISH;
     }
     SANITY_CHECK(frame->resolution.fResolvedNode);
-    if (fUnOp == PRE_DECREMENT || fUnOp == PRE_INCREMENT || fUnOp == POST_DECREMENT || fUnOp == POST_INCREMENT) {
-        std::shared_ptr<OMStored> valueStored = frame->resolution.fResolvedNode->getOMStoredPtr();
+    if (isIncrementOrDecrement()) {
+        result = stepInPlace(frame->resolution.fResolvedNode);
+        YIELDING_FINISH;
+    }
+    result = OMNode::unaryOperation(fUnOp, frame->resolution.fResolvedNode, scope, KEEP_NODE);
+    SANITY_CHECK(result);
+    YIELDING_END;
+}
+
+std::shared_ptr<IOMNode> OMExpressionUnary::stepInPlace(const std::shared_ptr<IOMNode>& operand) const {
+    std::shared_ptr<IOMNode> retVal;
+    do {
+        std::shared_ptr<OMStored> valueStored = operand->getOMStoredPtr();
         SANITY_CHECK(valueStored);
         std::shared_ptr<OMStored> tempNode = OMStored::undefinedFactory();
         if (fUnOp == PRE_DECREMENT) {
@@ -59,12 +71,29 @@ void OMExpressionUnary::get_yielding(const std::shared_ptr<Task>& task, std::sha
         } else {
             SANITY_CHECK(valueStored->unop_post_increment(tempNode));
         }
-        result = tempNode;
-        YIELDING_FINISH;
+        retVal = tempNode;
+    } while (false);
+    return retVal;
+}
+
+OMExpression::DirectShape OMExpressionUnary::computeDirectShape() {
+    if (isIncrementOrDecrement()) {
+        fDirect = asPlainName(fNode);
+        return fDirect != nullptr ? DIRECT_STATEMENT : DIRECT_NONE;
     }
-    result = OMNode::unaryOperation(fUnOp, frame->resolution.fResolvedNode, scope, KEEP_NODE);
-    SANITY_CHECK(result);
-    YIELDING_END;
+    if (! isPureOperand(fNode, fDirect)) {
+        return DIRECT_NONE;
+    }
+    return fUnOp == RETURN ? DIRECT_READ_ONLY : DIRECT_PURE;
+}
+
+bool OMExpressionUnary::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result) {
+    std::shared_ptr<IOMNode> value;
+    if (! evalPureOperand(task, fNode, fDirect, scope, value)) {
+        return false;
+    }
+    result = isIncrementOrDecrement() ? stepInPlace(value) : OMNode::unaryOperation(fUnOp, value, scope, KEEP_NODE);
+    return true;
 }
 
 void OMExpressionUnary::set_yielding(const std::shared_ptr<Task>& task, bool& success,

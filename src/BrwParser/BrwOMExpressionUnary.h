@@ -36,10 +36,24 @@ public:
 
     UnOp getUnOp() const { return fUnOp; }
 
+protected:
+    // An operator on a pure operand is pure, and its return read-only; an increment of a name is a statement.
+    DirectShape computeDirectShape() override;
+    bool evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                         std::shared_ptr<IOMNode>& result) override;
+
 private:
+    bool isIncrementOrDecrement() const {
+        return fUnOp == PRE_DECREMENT || fUnOp == PRE_INCREMENT || fUnOp == POST_DECREMENT ||
+               fUnOp == POST_INCREMENT;
+    }
+    // Steps the operand in place and gives the value the operator stands for.
+    std::shared_ptr<IOMNode> stepInPlace(const std::shared_ptr<IOMNode>& operand) const;
+
     UnOp fUnOp;                     // the operator
     std::shared_ptr<IOMNode> fNode; // the operand
     mutable uint64_t fHash = 0;     // 0: not computed yet
+    OMExpression* fDirect = nullptr; // the pure expression of the operand, when the shape has one
 };
 
 } // namespace Brw

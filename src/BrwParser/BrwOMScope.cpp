@@ -19,6 +19,7 @@ OMScope::~OMScope() = default;
 
 std::shared_ptr<OMScope> OMScope::plainFactory(const std::shared_ptr<OMScope>& parent, Kind kind) {
     auto scope = std::make_shared<OMScope>(parent, kind);
+    scope->fIsPlain = true;
     if (! scope->setEmptyMap()) {
         scope.reset();
     }

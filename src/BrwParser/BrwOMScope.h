@@ -36,6 +36,8 @@ public:
     static void releaseRootScope();
 
     virtual std::shared_ptr<OMScope> getParent() const { return fParent; }
+    // Made by the plain factory: its variables are reached at once, so expressions may skip frames here.
+    bool isPlain() const { return fIsPlain; }
     virtual Kind getKind() const { return fKind; }
     [[nodiscard]] virtual bool popScriptFilePath();
     virtual void pushScriptFilePath(const std::string& path) { fScriptFileStack.push_back(path); }
@@ -66,6 +68,7 @@ private:
     std::shared_ptr<OMScope> fParent;          // enclosing scope; empty for a root
     Kind fKind;                                // fixed at creation
     std::vector<std::string> fScriptFileStack; // script files running in this scope, innermost last
+    bool fIsPlain = false;                     // made by plainFactory, not by a replacement
 
     static inline FactoryFunction fFactory = nullptr; // replacement factory, or null
 };

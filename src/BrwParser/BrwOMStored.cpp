@@ -881,10 +881,19 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
         NodePtr element;                           // an evaluated child
         NodePtr stored;                            // what the store gave back
     };
-    if (fType == OMType::Expression && fExpression && fExpression->isLValue() && scope &&
-        scope->getType() == OMType::Map) {
-        // A name, member or call: its value is all there is to do (a stored value is never a wrapped
-        // return value), forwarded as the last act, without a frame.
+    if (fType == OMType::Expression && fExpression && scope && scope->isPlain() &&
+        scope->getType() == OMType::Map && ! task->hasPendingFunctionState() && fExpression->evalDirect(task, scope, out)) {
+        // Nothing in it can wait: evaluated at once, without frames.
+        if (out && handleReturnValue == UNWRAP_RETURN_VALUE) {
+            out = out->unwrapReturnValue();
+        }
+        return;
+    }
+    if (fType == OMType::Expression && fExpression && scope && scope->getType() == OMType::Map &&
+        (fExpression->isLValue() ||
+         (handleReturnValue == KEEP_RETURN_VALUE && ! fExpression->isReturnUnary() && ! isKeyword()))) {
+        // The expression's value is all there is to do when nothing needs unwrapping (a name, member or call
+        // is never a wrapped return value): forwarded as the last act, without a frame.
         fExpression->get_yielding(task, out, GET, scope, RUN);
         return;
     }
@@ -1046,21 +1055,30 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
     frame->body = fExpression;
     SANITY_CHECK(frame->body);
     ASSIGN(frame->frame, OMScope::factory(scope, OMScope::FUNCTION_FRAME));
-    {
-        std::shared_ptr<FunctionSignature> functionSignature = fFunctionSignature;
-        SANITY_CHECK(functionSignature);
-        OMScope& callFrame = *frame->frame;
-        bool isThisPlaced = false;
-        if (useThis && thisNode) {
-            isThisPlaced = true; // "this" is bound below, after the parameters
-        }
+    SANITY_CHECK(fFunctionSignature);
+    SANITY_CHECK(bindCallFrame(*frame->frame, *fFunctionSignature, useThis, thisNode, args));
+    out = undefinedFactory();
+    YIELDING_CALL(frame->body->get_yielding(task, frame->result, GET, frame->frame, RUN));
+    if (frame->result) {
+        out = frame->result->unwrapReturnValue();
+    }
+    SANITY_CHECK(out);
+    YIELDING_END;
+}
+
+bool OMStored::bindCallFrame(OMScope& callFrame, const FunctionSignature& functionSignature, bool useThis,
+                             const NodePtr& thisNode, const OMArgs& args) {
+    bool retVal = false;
+    do {
+        // With `useThis` the this-node is bound as "this" below, after the parameters; without it, it is the
+        // first parameter: how a path function gets its node.
+        bool isThisPlaced = useThis && thisNode;
         size_t nextArgument = 0;
-        const std::vector<std::string>& parameters = functionSignature->getParameterList();
+        const std::vector<std::string>& parameters = functionSignature.getParameterList();
         bool allOK = true;
         for (size_t i = 1; i < parameters.size() && allOK; ++i) {
             NodePtr value;
             if (! isThisPlaced) {
-                // Without `useThis` a this-node is the first parameter: how a path function gets its node.
                 isThisPlaced = true;
                 value = thisNode;
             }
@@ -1072,7 +1090,7 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
             allOK = static_cast<bool>(stored);
         }
         SANITY_CHECK(allOK);
-        for (const std::string& local : functionSignature->getLocalVariables()) {
+        for (const std::string& local : functionSignature.getLocalVariables()) {
             NodePtr stored;
             bindInFrame(callFrame, local, undefinedFactory(), stored);
             SANITY_CHECK(stored);
@@ -1092,14 +1110,38 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
             NodePtr stored;
             bindInFrame(callFrame, "arguments", arguments, stored);
         }
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool OMStored::callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, const OMArgs& args,
+                                  NodePtr& out) const {
+    if (fType != OMType::Function || ! fExpression || ! fFunctionSignature) {
+        return false;
     }
-    out = undefinedFactory();
-    YIELDING_CALL(frame->body->get_yielding(task, frame->result, GET, frame->frame, RUN));
-    if (frame->result) {
-        out = frame->result->unwrapReturnValue();
+    const OMExpression::DirectShape shape = fExpression->getDirectShape();
+    if (shape != OMExpression::DIRECT_PURE && shape != OMExpression::DIRECT_READ_ONLY) {
+        return false;
     }
-    SANITY_CHECK(out);
-    YIELDING_END;
+    // Recursion too deep for the native stack, and a slice used up or a deadline passed: the long way
+    // reports the one and waits for the other.
+    if (fCallDepth >= MAX_CALL_DEPTH || StackGuard::isNearlyExhausted() || task->isYieldDue()) {
+        return false;
+    }
+    std::shared_ptr<OMScope> callFrame = OMScope::factory(scope, OMScope::FUNCTION_FRAME);
+    if (! callFrame || ! bindCallFrame(*callFrame, *fFunctionSignature, false, nullptr, args)) {
+        return false;
+    }
+    NodePtr result;
+    ++fCallDepth;
+    const bool isDone = fExpression->evalDirect(task, callFrame, result);
+    --fCallDepth;
+    if (! isDone) {
+        return false;
+    }
+    out = result ? result->unwrapReturnValue() : undefinedFactory();
+    return out != nullptr;
 }
 
 void OMStored::bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value,

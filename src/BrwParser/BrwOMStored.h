@@ -118,6 +118,9 @@ public:
     NodePtr clone(uint64_t cloneNestLevel) const override;
     bool removeAttr(const std::string& attr) override;
     bool removeIdx(uint64_t idx) override;
+    // A call of this function, without frames, when its body only reads (it has no shape beyond read-only):
+    // false when anything in it must take the long way, and then the call may be made again from the start.
+    bool callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, const OMArgs& args, NodePtr& out) const;
     void eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& scope,
                        HandleReturnValue handleReturnValue) override;
     bool getBool() const override;
@@ -182,6 +185,9 @@ private:
     template <class Key>
     void setAndAccessChild(bool& found, const Key& key, NodePtr& node);
     // Binds a variable of a call's frame.
+    // Binds a call's parameters, its locals, "this" and "arguments" in its frame.
+    static bool bindCallFrame(OMScope& callFrame, const FunctionSignature& functionSignature, bool useThis,
+                              const NodePtr& thisNode, const OMArgs& args);
     static void bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value,
                             NodePtr& stored);
     // Copies the children of `from` into this node's new container.
