@@ -2,6 +2,7 @@
 
 #include "BrwLogger/BrwCheck.h"
 #include "BrwParser/BrwOMExpressionLValue.h"
+#include "BrwParser/BrwOMExpressionSequence.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwToken.h"
 #include "BrwTask/BrwYielding.h"
@@ -243,7 +244,22 @@ OMExpression::DirectShape OMExpressionBinary::computeDirectShape() {
     }
     if (fBinOp == ASSIGN) {
         fDirectTarget = asPlainName(fNode1);
-        return fDirectTarget != nullptr && isPureOperand(fNode2, fDirect2) ? DIRECT_STATEMENT : DIRECT_NONE;
+        if (fDirectTarget == nullptr && fNode1 && fNode1->getType() == OMType::Expression) {
+            auto* element = dynamic_cast<OMExpressionLValueIndexByExpression*>(fNode1->getExpression().get());
+            fDirectElement = element != nullptr && element->isDirectElementTarget() ? element : nullptr;
+        }
+        if ((fDirectTarget == nullptr && fDirectElement == nullptr) || ! isPureOperand(fNode2, fDirect2)) {
+            return DIRECT_NONE;
+        }
+        if (fDirectElement != nullptr) {
+            return DIRECT_STATEMENT;
+        }
+        auto* sum = dynamic_cast<OMExpressionSequence*>(fDirect2);
+        OMExpressionLValueStr* first = sum != nullptr && sum->getBinOp() == ADD ? asPlainName(sum->getNode(0)) : nullptr;
+        if (first != nullptr && first->getIdentifier() == fDirectTarget->getIdentifier()) {
+            fGrowInPlace = sum;
+        }
+        return DIRECT_STATEMENT;
     }
     return DIRECT_NONE;
 }
@@ -262,25 +278,55 @@ bool OMExpressionBinary::evalDirectShape(const std::shared_ptr<Task>& task, cons
 }
 
 bool OMExpressionBinary::assignDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result) {
-    // The variable is made before the value is read, as on the resumable path; that one finds it made.
+    // The variable or element is made before the value is read, as on the resumable path; that one finds it
+    // made.
     std::shared_ptr<IOMNode> target;
+    if (fDirectElement != nullptr) {
+        return fDirectElement->findElementDirect(task, scope, target) && assignElementDirect(task, scope, target, result);
+    }
     if (! fDirectTarget->findTargetDirect(scope, target) || ! target->isResolved(RUN) ||
         target->getDataStructureParent()) {
         return false;
     }
     std::shared_ptr<IOMNode> value;
+    if (fGrowInPlace != nullptr && fGrowInPlace->growInPlaceDirect(task, scope, target, value)) {
+        // The variable's own node, grown, is where it was; anything else (an Error value) is stored.
+        result = value == target ? value : fDirectTarget->storeDirect(scope, value);
+        return true;
+    }
+    if (! evalAssignedValue(task, scope, value)) {
+        return false;
+    }
+    result = value ? fDirectTarget->storeDirect(scope, value) : nullptr;
+    return true;
+}
+
+bool OMExpressionBinary::evalAssignedValue(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                                           std::shared_ptr<IOMNode>& value) {
     if (! evalPureOperand(task, fNode2, fDirect2, scope, value)) {
         return false;
     }
+    // The tree and the target share nothing; a container from another variable is shared.
     if (value.use_count() > 1 && (value == fNode2 || value->isScalar())) {
         value = value->clone(OMStored::CLONE_ALL_LEVELS);
         if (! value) {
             LOG_ERROR("SANITY_CHECK failed: 'resolution.fResolvedNode2' evaluates to false");
-            result.reset();
-            return true;
         }
     }
-    result = fDirectTarget->storeDirect(scope, value);
+    return true;
+}
+
+bool OMExpressionBinary::assignElementDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                                             const std::shared_ptr<IOMNode>& element, std::shared_ptr<IOMNode>& result) {
+    std::shared_ptr<IOMNode> value;
+    if (! evalAssignedValue(task, scope, value)) {
+        return false;
+    }
+    // The element takes the value, as setAndAccess_yielding gives it.
+    if (value && ! element->set(value)) {
+        LOG_ERROR("SANITY_CHECK failed: 'frame->success' evaluates to false");
+    }
+    result = value ? element : nullptr;
     return true;
 }
 

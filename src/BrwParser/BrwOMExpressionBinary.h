@@ -53,7 +53,13 @@ protected:
                          std::shared_ptr<IOMNode>& result) override;
 
 private:
-    // `name = value` without frames: the steps of get_yielding for a plain name and a readable value.
+    // `name = value` and `name[index] = value` without frames: the steps of get_yielding for a plain name or
+    // element and a pure value.
+    // The value of an assignment's right side, copied as an assignment copies it; null on an internal fault.
+    bool evalAssignedValue(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                           std::shared_ptr<IOMNode>& value);
+    bool assignElementDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                             const std::shared_ptr<IOMNode>& element, std::shared_ptr<IOMNode>& result);
     bool assignDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result);
     // The `while` and `do` loop, from the operand already evaluated in `resolution.fResolvedNode1`.
     void loop_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
@@ -70,6 +76,8 @@ private:
     OMExpression* fDirect1 = nullptr; // the pure expression of the left operand, when the shape has one
     OMExpression* fDirect2 = nullptr; // the same of the right operand
     class OMExpressionLValueStr* fDirectTarget = nullptr; // the name an assignment of the direct shape sets
+    class OMExpressionSequence* fGrowInPlace = nullptr;   // `name = name + ...`: the sum that may grow the node
+    class OMExpressionLValueIndexByExpression* fDirectElement = nullptr; // `name[index] = ...`: what it sets
 };
 
 } // namespace Brw

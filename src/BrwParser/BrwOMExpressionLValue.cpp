@@ -434,6 +434,56 @@ void OMExpressionLValueIndexByExpression::get_yielding(const std::shared_ptr<Tas
     YIELDING_END;
 }
 
+OMExpression::DirectShape OMExpressionLValueIndexByExpression::computeDirectShape() {
+    return ! fUnresolvedArgumentList && isPureOperand(fParent, fDirectParent) &&
+                   isPureOperand(fIndexExpression, fDirectIndex)
+               ? DIRECT_PURE
+               : DIRECT_NONE;
+}
+
+bool OMExpressionLValueIndexByExpression::evalDirectShape(const std::shared_ptr<Task>& task,
+                                                         const std::shared_ptr<OMScope>& scope, NodePtr& result) {
+    NodePtr index;
+    NodePtr parent;
+    if (! evalPureOperand(task, fIndexExpression, fDirectIndex, scope, index) ||
+        ! evalPureOperand(task, fParent, fDirectParent, scope, parent) || parent->getOMStoredRaw() == nullptr) {
+        return false;
+    }
+    // A stored container answers at once; a missing element is reported by the long way.
+    NodePtr element;
+    const bool isFound = index->getType() == OMType::Int && index->getInt() >= 0
+                             ? parent->accessOMNodeReadOnlyResolved(scope, nullptr, static_cast<uint64_t>(index->getInt()),
+                                                                    element)
+                             : parent->accessOMNodeReadOnlyResolved(scope, nullptr, index->getAsString(), element);
+    if (! isFound || ! element) {
+        return false;
+    }
+    result = element;
+    return true;
+}
+
+bool OMExpressionLValueIndexByExpression::isDirectElementTarget() {
+    fParentName = asPlainName(fParent);
+    return fParentName != nullptr && ! fUnresolvedArgumentList && isPureOperand(fIndexExpression, fDirectIndex);
+}
+
+bool OMExpressionLValueIndexByExpression::findElementDirect(const std::shared_ptr<Task>& task,
+                                                           const std::shared_ptr<OMScope>& scope, NodePtr& element) {
+    NodePtr index;
+    NodePtr parent;
+    if (! evalPureOperand(task, fIndexExpression, fDirectIndex, scope, index) ||
+        ! fParentName->findTargetDirect(scope, parent) || parent->getOMStoredRaw() == nullptr ||
+        (parent->getType() != OMType::Map && parent->getType() != OMType::Array)) {
+        return false;
+    }
+    const bool isFound =
+        index->getType() == OMType::Int && index->getInt() >= 0
+            ? parent->accessOMNodeResolved(scope, nullptr, SET, static_cast<uint64_t>(index->getInt()), element)
+            : parent->accessOMNodeResolved(scope, nullptr, SET, index->getAsString(), element);
+    // An element of a data structure is written through its parent as well: the long way does that.
+    return isFound && element && ! element->getDataStructureParent();
+}
+
 uint64_t OMExpressionLValueIndexByExpression::hash() const {
     if (fHash == 0) {
         fHash = (fIndexExpression ? fIndexExpression->hash() : 0) * 11 + parentAndArgumentHash() + 3443422;

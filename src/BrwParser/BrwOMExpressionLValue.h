@@ -137,15 +137,29 @@ public:
     void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
                       const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                       std::shared_ptr<IOMNode>& optionalNewValue) override;
+    // For `name[index] = value` without frames: true when the parent is a plain name and the index pure.
+    bool isDirectElementTarget();
+    // The element such an assignment writes, made if new, as its first step makes it. False when the name
+    // holds no stored container or the element belongs to a data structure; nothing was changed then that
+    // the long way wouldn't do again.
+    bool findElementDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                           std::shared_ptr<IOMNode>& element);
     Kind getExpressionKind() const override { return LVALUE_INDEX_BY_EXPRESSION; }
     uint64_t hash() const override;
     std::string toString() const override;
 
 protected:
+    // `a[i]` read with pure parts, from a stored container, is pure.
+    DirectShape computeDirectShape() override;
+    bool evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                         std::shared_ptr<IOMNode>& result) override;
     bool ownFieldEqual(const OMExpressionLValue& other) const override;
     bool ownFieldLess(const OMExpressionLValue& other) const override;
 
 private:
+    class OMExpressionLValueStr* fParentName = nullptr; // the parent, when it is a plain name
+    OMExpression* fDirectParent = nullptr; // the pure expressions of the parent and the index, if any
+    OMExpression* fDirectIndex = nullptr;
     std::shared_ptr<IOMNode> fIndexExpression; // evaluated to pick the element or member
 };
 

@@ -194,6 +194,35 @@ bool OMExpressionSequence::evalDirectShape(const std::shared_ptr<Task>& task, co
     return result != nullptr;
 }
 
+bool OMExpressionSequence::growInPlaceDirect(const std::shared_ptr<Task>& task,
+                                            const std::shared_ptr<OMScope>& scope,
+                                            const std::shared_ptr<IOMNode>& target,
+                                            std::shared_ptr<IOMNode>& result) {
+    constexpr size_t MAX_OPERANDS = 4;
+    std::shared_ptr<IOMNode> values[MAX_OPERANDS];
+    const size_t count = fDirectNodes.size();
+    if (getDirectShape() != DIRECT_PURE || fBinOp != ADD || count < 2 || count > MAX_OPERANDS + 1) {
+        return false;
+    }
+    // Every operand is read before the node changes, as the long way reads them all before it adds.
+    for (size_t index = 1; index < count; ++index) {
+        if (! evalPureOperand(task, (*fNodes)[index], fDirectNodes[index], scope, values[index - 1])) {
+            return false;
+        }
+    }
+    // Held by the scope and the caller only: nobody else can see the node change.
+    const OMType type = target->getType();
+    if ((type != OMType::String && type != OMType::Int && type != OMType::Float) || target.use_count() != 2) {
+        return false;
+    }
+    std::shared_ptr<IOMNode> accumulated = target;
+    for (size_t index = 1; index < count && accumulated; ++index) {
+        accumulated = OMNode::binaryOperation(fBinOp, accumulated, REUSE_NODE, values[index - 1], KEEP_NODE, scope);
+    }
+    result = accumulated;
+    return true;
+}
+
 bool OMExpressionSequence::evalStatementsDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, size_t& doneCount,
                                                std::shared_ptr<IOMNode>& result) {
     std::shared_ptr<IOMNode> value;
@@ -220,7 +249,8 @@ bool OMExpressionSequence::evalStatementsDirect(const std::shared_ptr<Task>& tas
 
 std::shared_ptr<IOMNode> OMExpressionSequence::statementListValue(const std::shared_ptr<IOMNode>& last) {
     if (! last->isReturnValue()) {
-        return last->clone(0);
+        // A value that nothing else holds (the caller's reference aside) needs no copy: nobody can tell.
+        return last.use_count() <= 1 ? last : last->clone(0);
     }
     std::shared_ptr<IOMNode> unwrapped = last->unwrapReturnValue();
     std::shared_ptr<IOMNode> copy = unwrapped ? unwrapped->clone(0) : nullptr;

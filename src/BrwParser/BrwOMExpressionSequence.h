@@ -42,6 +42,12 @@ public:
     bool operator==(const OMExpression& other) const override;
     bool operator<(const OMExpression& other) const override;
 
+    // `name = name + ...` where the variable's node belongs to its scope alone: reads the operands after the
+    // first, then adds them to that node itself, so a growing text isn't copied at every step. The value
+    // goes to `result` (the node, or an Error value). False, with nothing changed, when that can't be done.
+    bool growInPlaceDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                           const std::shared_ptr<IOMNode>& target, std::shared_ptr<IOMNode>& result);
+
 protected:
     // A chain of an operator on pure operands is pure; a block or comma list of reads is read-only.
     DirectShape computeDirectShape() override;

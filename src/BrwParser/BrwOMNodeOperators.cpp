@@ -360,7 +360,11 @@ bool OMNode::binop_add(const NodePtr& result, IOMNode& other) {
     bool retVal = false;
     do {
         SANITY_CHECK(result);
-        if (getType() == OMType::String || other.getType() == OMType::String) {
+        OMStored* self = result.get() == static_cast<IOMNode*>(this) ? const_cast<OMStored*>(getOMStoredRaw()) : nullptr;
+        if (self != nullptr && getType() == OMType::String) {
+            // Writing into the left operand itself: the text grows where it is instead of being copied.
+            retVal = self->appendString(other.getAsString());
+        } else if (getType() == OMType::String || other.getType() == OMType::String) {
             retVal = result->set(getAsString() + other.getAsString());
         } else {
             retVal = result->setNum(getAsNum() + other.getAsNum());

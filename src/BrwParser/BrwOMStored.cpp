@@ -186,6 +186,14 @@ bool OMStored::set(const std::string& str) {
     return true;
 }
 
+bool OMStored::appendString(const std::string& text) {
+    if (fType != OMType::String) {
+        return false;
+    }
+    fString += text;
+    return true;
+}
+
 bool OMStored::set(const char* str) {
     return set(std::string(str != nullptr ? str : ""));
 }
@@ -1124,9 +1132,18 @@ bool OMStored::callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, co
     if (shape != OMExpression::DIRECT_PURE && shape != OMExpression::DIRECT_READ_ONLY) {
         return false;
     }
-    // Recursion too deep for the native stack, and a slice used up or a deadline passed: the long way
-    // reports the one and waits for the other.
-    if (fCallDepth >= MAX_CALL_DEPTH || StackGuard::isNearlyExhausted() || task->isYieldDue()) {
+    // Recursion too deep for the native stack, or a deadline passed: the long way reports the one and ends
+    // the task for the other. Once the depth ran out, no call tries again until the outermost call has
+    // returned, or a runaway recursion would try at every level on its way down.
+    // NOTE: a used-up slice doesn't stop a call that only reads: it runs to its end in this slice.
+    if (fCallDepth == 0) {
+        fIsDirectDepthExhausted = false;
+    }
+    if (fIsDirectDepthExhausted || task->isPastDeadline()) {
+        return false;
+    }
+    if (fCallDepth >= MAX_CALL_DEPTH || StackGuard::isNearlyExhausted()) {
+        fIsDirectDepthExhausted = true;
         return false;
     }
     std::shared_ptr<OMScope> callFrame = OMScope::factory(scope, OMScope::FUNCTION_FRAME);

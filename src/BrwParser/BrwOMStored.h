@@ -118,6 +118,8 @@ public:
     NodePtr clone(uint64_t cloneNestLevel) const override;
     bool removeAttr(const std::string& attr) override;
     bool removeIdx(uint64_t idx) override;
+    // Appends to the text of a String.
+    [[nodiscard]] bool appendString(const std::string& text);
     // A call of this function, without frames, when its body only reads (it has no shape beyond read-only):
     // false when anything in it must take the long way, and then the call may be made again from the start.
     bool callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, const OMArgs& args, NodePtr& out) const;
@@ -211,6 +213,7 @@ private:
 
     static inline int64_t fOMStoredCount = 0; // nodes alive now
     static inline int64_t fCallDepth = 0;     // script calls nested on the native stack now
+    static inline bool fIsDirectDepthExhausted = false; // a call without frames found the stack too deep
 
     // ---- Tokens and lexical rules (BrwOMStoredLiterals.cpp) ----
 public:

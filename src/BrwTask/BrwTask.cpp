@@ -210,6 +210,13 @@ bool Task::isYieldDue() {
     return false;
 }
 
+bool Task::isPastDeadline() {
+    if (! fIsTimedOut && fDeadline != 0 && fDeadline <= Clock::now()) {
+        fIsTimedOut = true;
+    }
+    return fIsTimedOut;
+}
+
 AsyncIOType Task::popInteractionLevel() {
     AsyncIOType retVal = static_cast<AsyncIOType>(0);
     do {

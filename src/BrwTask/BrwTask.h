@@ -51,6 +51,9 @@ public:
     // True when the running function must stop at its next check: the slice is used up or the task has
     // timed out. Reads the clock.
     virtual bool isYieldDue();
+    // True when the task has timed out; reads the clock only when it has a deadline. Unlike isYieldDue,
+    // a used-up slice doesn't count.
+    bool isPastDeadline();
     virtual AsyncIOType popInteractionLevel();
     virtual bool pushInteractionLevel(AsyncIOType level);
     // The last act of every resumable function: keeps its frame for resumption, or drops it when the
