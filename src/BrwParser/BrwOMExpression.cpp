@@ -197,8 +197,9 @@ bool OMExpression::isPureOperand(const std::shared_ptr<IOMNode>& node, OMExpress
     }
 }
 
-bool OMExpression::evalPureOperand(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node, OMExpression* expression,
-                                   const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& value) {
+bool OMExpression::evalPureOperand(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node,
+                                   OMExpression* expression, const std::shared_ptr<OMScope>& scope,
+                                   std::shared_ptr<IOMNode>& value) {
     if (expression == nullptr) {
         value = node;
         return true;
@@ -208,7 +209,7 @@ bool OMExpression::evalPureOperand(const std::shared_ptr<Task>& task, const std:
 }
 
 OMExpression::DirectShape OMExpression::statementShape(const std::shared_ptr<IOMNode>& node,
-                                                      OMExpression*& expression) {
+                                                       OMExpression*& expression) {
     expression = nullptr;
     if (node && node->getType() == OMType::Expression) {
         const std::shared_ptr<OMExpression> nodeExpression = node->getExpression();
@@ -218,11 +219,6 @@ OMExpression::DirectShape OMExpression::statementShape(const std::shared_ptr<IOM
         }
     }
     return isPureOperand(node, expression) ? DIRECT_PURE : DIRECT_NONE;
-}
-
-bool OMExpression::isReadOnlyNode(const std::shared_ptr<IOMNode>& node, OMExpression*& expression) {
-    const DirectShape shape = statementShape(node, expression);
-    return shape == DIRECT_PURE || shape == DIRECT_READ_ONLY;
 }
 
 bool OMExpression::evalDirectNode(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node,

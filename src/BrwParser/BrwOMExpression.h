@@ -9,8 +9,8 @@
 namespace Brw {
 
 // Base of all parsed script. A tree of expressions hangs in value nodes; expressions are immutable once
-// built (but for the cached hash and shape), and per-evaluation state lives in the running task's frames, so one
-// tree may be evaluated by several tasks at once.
+// built (but for the cached hash and shape), and per-evaluation state lives in the running task's frames, so
+// one tree may be evaluated by several tasks at once.
 class OMExpression : public std::enable_shared_from_this<OMExpression> {
 public:
     // Kinds in the order of `operator<`.
@@ -77,7 +77,8 @@ public:
     // done; false when the resumable path must do it, and then nothing was changed that it could tell.
     bool evalDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                     std::shared_ptr<IOMNode>& result) {
-        return fIsDirectEvaluationOn && getDirectShape() != DIRECT_NONE && evalDirectShape(task, scope, result);
+        return fIsDirectEvaluationOn && getDirectShape() != DIRECT_NONE &&
+               evalDirectShape(task, scope, result);
     }
     // Off, every expression takes the resumable path: tests compare the two.
     static void setDirectEvaluation(bool isOn) { fIsDirectEvaluationOn = isOn; }
@@ -116,11 +117,9 @@ protected:
     // is put in `expression` (null for a plain value).
     static bool isPureOperand(const std::shared_ptr<IOMNode>& node, OMExpression*& expression);
     // The value of such an operand; false when the resumable path must evaluate it.
-    static bool evalPureOperand(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node, OMExpression* expression,
-                                const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& value);
-    // A node that runs without frames and writes nothing: a pure operand or a read-only statement. The
-    // expression, if any, is put in `expression`.
-    static bool isReadOnlyNode(const std::shared_ptr<IOMNode>& node, OMExpression*& expression);
+    static bool evalPureOperand(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node,
+                                OMExpression* expression, const std::shared_ptr<OMScope>& scope,
+                                std::shared_ptr<IOMNode>& value);
     // The shape of a node as a statement: that of its expression, pure for a plain value, none for the rest.
     static DirectShape statementShape(const std::shared_ptr<IOMNode>& node, OMExpression*& expression);
     // The value of a node of a direct shape, as its evaluation gives it (a wrapped return value included).

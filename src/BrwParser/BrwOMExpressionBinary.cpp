@@ -255,7 +255,8 @@ OMExpression::DirectShape OMExpressionBinary::computeDirectShape() {
             return DIRECT_STATEMENT;
         }
         auto* sum = dynamic_cast<OMExpressionSequence*>(fDirect2);
-        OMExpressionLValueStr* first = sum != nullptr && sum->getBinOp() == ADD ? asPlainName(sum->getNode(0)) : nullptr;
+        OMExpressionLValueStr* first =
+            sum != nullptr && sum->getBinOp() == ADD ? asPlainName(sum->getNode(0)) : nullptr;
         if (first != nullptr && first->getIdentifier() == fDirectTarget->getIdentifier()) {
             fGrowInPlace = sum;
         }
@@ -264,25 +265,31 @@ OMExpression::DirectShape OMExpressionBinary::computeDirectShape() {
     return DIRECT_NONE;
 }
 
-bool OMExpressionBinary::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result) {
+bool OMExpressionBinary::evalDirectShape(const std::shared_ptr<Task>& task,
+                                         const std::shared_ptr<OMScope>& scope,
+                                         std::shared_ptr<IOMNode>& result) {
     if (fBinOp == ASSIGN) {
         return assignDirect(task, scope, result);
     }
     std::shared_ptr<IOMNode> value1;
     std::shared_ptr<IOMNode> value2;
-    if (! evalPureOperand(task, fNode1, fDirect1, scope, value1) || ! evalPureOperand(task, fNode2, fDirect2, scope, value2)) {
+    if (! evalPureOperand(task, fNode1, fDirect1, scope, value1) ||
+        ! evalPureOperand(task, fNode2, fDirect2, scope, value2)) {
         return false;
     }
     result = OMNode::binaryOperation(fBinOp, value1, KEEP_NODE, value2, KEEP_NODE, scope);
     return result != nullptr;
 }
 
-bool OMExpressionBinary::assignDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result) {
+bool OMExpressionBinary::assignDirect(const std::shared_ptr<Task>& task,
+                                      const std::shared_ptr<OMScope>& scope,
+                                      std::shared_ptr<IOMNode>& result) {
     // The variable or element is made before the value is read, as on the resumable path; that one finds it
     // made.
     std::shared_ptr<IOMNode> target;
     if (fDirectElement != nullptr) {
-        return fDirectElement->findElementDirect(task, scope, target) && assignElementDirect(task, scope, target, result);
+        return fDirectElement->findElementDirect(task, scope, target) &&
+               assignElementDirect(task, scope, target, result);
     }
     if (! fDirectTarget->findTargetDirect(scope, target) || ! target->isResolved(RUN) ||
         target->getDataStructureParent()) {
@@ -301,7 +308,8 @@ bool OMExpressionBinary::assignDirect(const std::shared_ptr<Task>& task, const s
     return true;
 }
 
-bool OMExpressionBinary::evalAssignedValue(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+bool OMExpressionBinary::evalAssignedValue(const std::shared_ptr<Task>& task,
+                                           const std::shared_ptr<OMScope>& scope,
                                            std::shared_ptr<IOMNode>& value) {
     if (! evalPureOperand(task, fNode2, fDirect2, scope, value)) {
         return false;
@@ -316,8 +324,10 @@ bool OMExpressionBinary::evalAssignedValue(const std::shared_ptr<Task>& task, co
     return true;
 }
 
-bool OMExpressionBinary::assignElementDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
-                                             const std::shared_ptr<IOMNode>& element, std::shared_ptr<IOMNode>& result) {
+bool OMExpressionBinary::assignElementDirect(const std::shared_ptr<Task>& task,
+                                             const std::shared_ptr<OMScope>& scope,
+                                             const std::shared_ptr<IOMNode>& element,
+                                             std::shared_ptr<IOMNode>& result) {
     std::shared_ptr<IOMNode> value;
     if (! evalAssignedValue(task, scope, value)) {
         return false;

@@ -60,7 +60,8 @@ private:
                            std::shared_ptr<IOMNode>& value);
     bool assignElementDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                              const std::shared_ptr<IOMNode>& element, std::shared_ptr<IOMNode>& result);
-    bool assignDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result);
+    bool assignDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                      std::shared_ptr<IOMNode>& result);
     // The `while` and `do` loop, from the operand already evaluated in `resolution.fResolvedNode1`.
     void loop_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
                        const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
@@ -76,7 +77,7 @@ private:
     OMExpression* fDirect1 = nullptr; // the pure expression of the left operand, when the shape has one
     OMExpression* fDirect2 = nullptr; // the same of the right operand
     class OMExpressionLValueStr* fDirectTarget = nullptr; // the name an assignment of the direct shape sets
-    class OMExpressionSequence* fGrowInPlace = nullptr;   // `name = name + ...`: the sum that may grow the node
+    class OMExpressionSequence* fGrowInPlace = nullptr; // `name = name + ...`: the sum that may grow the node
     class OMExpressionLValueIndexByExpression* fDirectElement = nullptr; // `name[index] = ...`: what it sets
 };
 

@@ -442,19 +442,22 @@ OMExpression::DirectShape OMExpressionLValueIndexByExpression::computeDirectShap
 }
 
 bool OMExpressionLValueIndexByExpression::evalDirectShape(const std::shared_ptr<Task>& task,
-                                                         const std::shared_ptr<OMScope>& scope, NodePtr& result) {
+                                                          const std::shared_ptr<OMScope>& scope,
+                                                          NodePtr& result) {
     NodePtr index;
     NodePtr parent;
     if (! evalPureOperand(task, fIndexExpression, fDirectIndex, scope, index) ||
-        ! evalPureOperand(task, fParent, fDirectParent, scope, parent) || parent->getOMStoredRaw() == nullptr) {
+        ! evalPureOperand(task, fParent, fDirectParent, scope, parent) ||
+        parent->getOMStoredRaw() == nullptr) {
         return false;
     }
     // A stored container answers at once; a missing element is reported by the long way.
     NodePtr element;
-    const bool isFound = index->getType() == OMType::Int && index->getInt() >= 0
-                             ? parent->accessOMNodeReadOnlyResolved(scope, nullptr, static_cast<uint64_t>(index->getInt()),
-                                                                    element)
-                             : parent->accessOMNodeReadOnlyResolved(scope, nullptr, index->getAsString(), element);
+    const bool isFound =
+        index->getType() == OMType::Int && index->getInt() >= 0
+            ? parent->accessOMNodeReadOnlyResolved(scope, nullptr, static_cast<uint64_t>(index->getInt()),
+                                                   element)
+            : parent->accessOMNodeReadOnlyResolved(scope, nullptr, index->getAsString(), element);
     if (! isFound || ! element) {
         return false;
     }
@@ -464,11 +467,13 @@ bool OMExpressionLValueIndexByExpression::evalDirectShape(const std::shared_ptr<
 
 bool OMExpressionLValueIndexByExpression::isDirectElementTarget() {
     fParentName = asPlainName(fParent);
-    return fParentName != nullptr && ! fUnresolvedArgumentList && isPureOperand(fIndexExpression, fDirectIndex);
+    return fParentName != nullptr && ! fUnresolvedArgumentList &&
+           isPureOperand(fIndexExpression, fDirectIndex);
 }
 
 bool OMExpressionLValueIndexByExpression::findElementDirect(const std::shared_ptr<Task>& task,
-                                                           const std::shared_ptr<OMScope>& scope, NodePtr& element) {
+                                                            const std::shared_ptr<OMScope>& scope,
+                                                            NodePtr& element) {
     NodePtr index;
     NodePtr parent;
     if (! evalPureOperand(task, fIndexExpression, fDirectIndex, scope, index) ||
@@ -478,7 +483,8 @@ bool OMExpressionLValueIndexByExpression::findElementDirect(const std::shared_pt
     }
     const bool isFound =
         index->getType() == OMType::Int && index->getInt() >= 0
-            ? parent->accessOMNodeResolved(scope, nullptr, SET, static_cast<uint64_t>(index->getInt()), element)
+            ? parent->accessOMNodeResolved(scope, nullptr, SET, static_cast<uint64_t>(index->getInt()),
+                                           element)
             : parent->accessOMNodeResolved(scope, nullptr, SET, index->getAsString(), element);
     // An element of a data structure is written through its parent as well: the long way does that.
     return isFound && element && ! element->getDataStructureParent();
@@ -662,8 +668,8 @@ OMExpression::DirectShape OMExpressionLValueStr::computeDirectShape() {
     return DIRECT_PURE;
 }
 
-bool OMExpressionLValueStr::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
-                                            NodePtr& result) {
+bool OMExpressionLValueStr::evalDirectShape(const std::shared_ptr<Task>& task,
+                                            const std::shared_ptr<OMScope>& scope, NodePtr& result) {
     // A missing name is reported by the resumable path.
     NodePtr value;
     if (! scope->accessOMNodeReadOnlyResolved(scope, nullptr, fIdentifier, value) || ! value) {

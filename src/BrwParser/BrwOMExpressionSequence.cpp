@@ -80,7 +80,8 @@ void OMExpressionSequence::get_yielding(const std::shared_ptr<Task>& task, std::
     };
     size_t directCount = 0;
     if (phase == RUN && accessType == GET && scope && scope->isPlain() && ! task->hasPendingFunctionState() &&
-        scope->getType() == OMType::Map && isDirectBlock() && evalStatementsDirect(task, scope, directCount, result)) {
+        scope->getType() == OMType::Map && isDirectBlock() &&
+        evalStatementsDirect(task, scope, directCount, result)) {
         return;
     }
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
@@ -170,7 +171,8 @@ OMExpression::DirectShape OMExpressionSequence::computeDirectShape() {
     return DIRECT_PURE;
 }
 
-bool OMExpressionSequence::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+bool OMExpressionSequence::evalDirectShape(const std::shared_ptr<Task>& task,
+                                           const std::shared_ptr<OMScope>& scope,
                                            std::shared_ptr<IOMNode>& result) {
     if (fBinOp == COMMA || fBinOp == SEMICOLON) {
         size_t doneCount = 0;
@@ -183,9 +185,10 @@ bool OMExpressionSequence::evalDirectShape(const std::shared_ptr<Task>& task, co
             return false;
         }
         // As get_yielding folds: from the second operand on, the accumulator is this evaluation's own.
-        accumulated = index == 0 ? value
-                                 : OMNode::binaryOperation(fBinOp, accumulated, index > 1 ? REUSE_NODE : KEEP_NODE,
-                                                           value, KEEP_NODE, scope);
+        accumulated = index == 0
+                          ? value
+                          : OMNode::binaryOperation(fBinOp, accumulated, index > 1 ? REUSE_NODE : KEEP_NODE,
+                                                    value, KEEP_NODE, scope);
         if (! accumulated) {
             return false;
         }
@@ -195,9 +198,9 @@ bool OMExpressionSequence::evalDirectShape(const std::shared_ptr<Task>& task, co
 }
 
 bool OMExpressionSequence::growInPlaceDirect(const std::shared_ptr<Task>& task,
-                                            const std::shared_ptr<OMScope>& scope,
-                                            const std::shared_ptr<IOMNode>& target,
-                                            std::shared_ptr<IOMNode>& result) {
+                                             const std::shared_ptr<OMScope>& scope,
+                                             const std::shared_ptr<IOMNode>& target,
+                                             std::shared_ptr<IOMNode>& result) {
     constexpr size_t MAX_OPERANDS = 4;
     std::shared_ptr<IOMNode> values[MAX_OPERANDS];
     const size_t count = fDirectNodes.size();
@@ -217,14 +220,16 @@ bool OMExpressionSequence::growInPlaceDirect(const std::shared_ptr<Task>& task,
     }
     std::shared_ptr<IOMNode> accumulated = target;
     for (size_t index = 1; index < count && accumulated; ++index) {
-        accumulated = OMNode::binaryOperation(fBinOp, accumulated, REUSE_NODE, values[index - 1], KEEP_NODE, scope);
+        accumulated =
+            OMNode::binaryOperation(fBinOp, accumulated, REUSE_NODE, values[index - 1], KEEP_NODE, scope);
     }
     result = accumulated;
     return true;
 }
 
-bool OMExpressionSequence::evalStatementsDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, size_t& doneCount,
-                                               std::shared_ptr<IOMNode>& result) {
+bool OMExpressionSequence::evalStatementsDirect(const std::shared_ptr<Task>& task,
+                                                const std::shared_ptr<OMScope>& scope, size_t& doneCount,
+                                                std::shared_ptr<IOMNode>& result) {
     std::shared_ptr<IOMNode> value;
     for (doneCount = 0; doneCount < fDirectNodes.size(); ++doneCount) {
         if (! evalDirectNode(task, (*fNodes)[doneCount], fDirectNodes[doneCount], scope, value)) {
@@ -253,6 +258,10 @@ std::shared_ptr<IOMNode> OMExpressionSequence::statementListValue(const std::sha
         return last.use_count() <= 1 ? last : last->clone(0);
     }
     std::shared_ptr<IOMNode> unwrapped = last->unwrapReturnValue();
+    if (unwrapped && unwrapped.use_count() <= 2) {
+        // Held by its wrapper alone: a fresh value, which needs neither a copy nor a new wrapper.
+        return last;
+    }
     std::shared_ptr<IOMNode> copy = unwrapped ? unwrapped->clone(0) : nullptr;
     return copy ? copy->wrapReturnValue() : nullptr;
 }

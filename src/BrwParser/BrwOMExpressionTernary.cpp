@@ -92,7 +92,8 @@ OMExpression::DirectShape OMExpressionTernary::computeDirectShape() {
     return fTernOp == IF ? std::max(strongest, DIRECT_READ_ONLY) : strongest;
 }
 
-bool OMExpressionTernary::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+bool OMExpressionTernary::evalDirectShape(const std::shared_ptr<Task>& task,
+                                          const std::shared_ptr<OMScope>& scope,
                                           std::shared_ptr<IOMNode>& result) {
     std::shared_ptr<IOMNode> condition;
     if (! evalPureOperand(task, fNode1, fDirect1, scope, condition)) {
@@ -100,8 +101,13 @@ bool OMExpressionTernary::evalDirectShape(const std::shared_ptr<Task>& task, con
     }
     const bool isFirst = condition->getAsBool();
     std::shared_ptr<IOMNode> value;
-    if (! evalDirectNode(task, isFirst ? fNode2 : fNode3, isFirst ? fDirect2 : fDirect3, scope, value) || ! value) {
+    if (! evalDirectNode(task, isFirst ? fNode2 : fNode3, isFirst ? fDirect2 : fDirect3, scope, value)) {
         return false;
+    }
+    if (! value) {
+        // An internal fault, reported where it happened, after the chosen part may have written.
+        result.reset();
+        return true;
     }
     // As resolve_yielding checks it: a value that isn't final takes the long way; the chosen part is a
     // read, or a statement that has already checked its value.

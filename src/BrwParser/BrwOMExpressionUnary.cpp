@@ -87,12 +87,15 @@ OMExpression::DirectShape OMExpressionUnary::computeDirectShape() {
     return fUnOp == RETURN ? DIRECT_READ_ONLY : DIRECT_PURE;
 }
 
-bool OMExpressionUnary::evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, std::shared_ptr<IOMNode>& result) {
+bool OMExpressionUnary::evalDirectShape(const std::shared_ptr<Task>& task,
+                                        const std::shared_ptr<OMScope>& scope,
+                                        std::shared_ptr<IOMNode>& result) {
     std::shared_ptr<IOMNode> value;
     if (! evalPureOperand(task, fNode, fDirect, scope, value)) {
         return false;
     }
-    result = isIncrementOrDecrement() ? stepInPlace(value) : OMNode::unaryOperation(fUnOp, value, scope, KEEP_NODE);
+    result = isIncrementOrDecrement() ? stepInPlace(value)
+                                      : OMNode::unaryOperation(fUnOp, value, scope, KEEP_NODE);
     return true;
 }
 

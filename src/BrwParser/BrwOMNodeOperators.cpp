@@ -360,7 +360,8 @@ bool OMNode::binop_add(const NodePtr& result, IOMNode& other) {
     bool retVal = false;
     do {
         SANITY_CHECK(result);
-        OMStored* self = result.get() == static_cast<IOMNode*>(this) ? const_cast<OMStored*>(getOMStoredRaw()) : nullptr;
+        OMStored* self =
+            result.get() == static_cast<IOMNode*>(this) ? const_cast<OMStored*>(getOMStoredRaw()) : nullptr;
         if (self != nullptr && getType() == OMType::String) {
             // Writing into the left operand itself: the text grows where it is instead of being copied.
             retVal = self->appendString(other.getAsString());

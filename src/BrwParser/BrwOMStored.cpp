@@ -890,7 +890,8 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
         NodePtr stored;                            // what the store gave back
     };
     if (fType == OMType::Expression && fExpression && scope && scope->isPlain() &&
-        scope->getType() == OMType::Map && ! task->hasPendingFunctionState() && fExpression->evalDirect(task, scope, out)) {
+        scope->getType() == OMType::Map && ! task->hasPendingFunctionState() &&
+        fExpression->evalDirect(task, scope, out)) {
         // Nothing in it can wait: evaluated at once, without frames.
         if (out && handleReturnValue == UNWRAP_RETURN_VALUE) {
             out = out->unwrapReturnValue();
@@ -1147,7 +1148,8 @@ bool OMStored::callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, co
         return false;
     }
     std::shared_ptr<OMScope> callFrame = OMScope::factory(scope, OMScope::FUNCTION_FRAME);
-    if (! callFrame || ! bindCallFrame(*callFrame, *fFunctionSignature, false, nullptr, args)) {
+    if (! callFrame || ! callFrame->isPlain() ||
+        ! bindCallFrame(*callFrame, *fFunctionSignature, false, nullptr, args)) {
         return false;
     }
     NodePtr result;

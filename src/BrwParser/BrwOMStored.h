@@ -122,7 +122,8 @@ public:
     [[nodiscard]] bool appendString(const std::string& text);
     // A call of this function, without frames, when its body only reads (it has no shape beyond read-only):
     // false when anything in it must take the long way, and then the call may be made again from the start.
-    bool callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, const OMArgs& args, NodePtr& out) const;
+    bool callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, const OMArgs& args,
+                            NodePtr& out) const;
     void eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& scope,
                        HandleReturnValue handleReturnValue) override;
     bool getBool() const override;
