@@ -258,7 +258,14 @@ class OMExpressionLValueStr : public OMExpressionLValue {
 public:
     OMExpressionLValueStr(const std::shared_ptr<IOMNode>& parent, const std::string& identifier,
                           const OMArgs& argumentList)
-        : OMExpressionLValue(parent, argumentList), fIdentifier(identifier) {}
+        : OMExpressionLValue(parent, argumentList), fIdentifier(identifier) {
+        if (identifier == "this" || identifier == "arguments") {
+            fIsFrameNameRead = true;
+        }
+    }
+    // True once any script named "this" or "arguments": until then a call that runs without frames needn't
+    // bind them, since no name can read them (the long way always binds them).
+    static bool isFrameNameRead() { return fIsFrameNameRead; }
     using OMExpressionLValue::get_yielding;
     void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
                       const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
@@ -292,6 +299,8 @@ private:
 
     std::string fIdentifier; // the name; never empty
     std::vector<OMExpression*> fDirectArguments; // the pure expressions of a call's arguments, null for values
+
+    static inline bool fIsFrameNameRead = false; // a script named "this" or "arguments"
 };
 
 } // namespace Brw

@@ -7,6 +7,7 @@
 #include "BrwLogger/BrwScriptErrorLog.h"
 #include "BrwObject/BrwGUIDClass.h"
 #include "BrwParser/BrwOMExpression.h"
+#include "BrwParser/BrwOMExpressionLValue.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwTask/BrwYielding.h"
 #include "BrwUtils/BrwStackGuard.h"
@@ -1065,7 +1066,7 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
     SANITY_CHECK(frame->body);
     ASSIGN(frame->frame, OMScope::factory(scope, OMScope::FUNCTION_FRAME));
     SANITY_CHECK(fFunctionSignature);
-    SANITY_CHECK(bindCallFrame(*frame->frame, *fFunctionSignature, useThis, thisNode, args));
+    SANITY_CHECK(bindCallFrame(*frame->frame, *fFunctionSignature, useThis, thisNode, args, true));
     out = undefinedFactory();
     YIELDING_CALL(frame->body->get_yielding(task, frame->result, GET, frame->frame, RUN));
     if (frame->result) {
@@ -1076,7 +1077,7 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
 }
 
 bool OMStored::bindCallFrame(OMScope& callFrame, const FunctionSignature& functionSignature, bool useThis,
-                             const NodePtr& thisNode, const OMArgs& args) {
+                             const NodePtr& thisNode, const OMArgs& args, bool isBindingFrameNames) {
     bool retVal = false;
     do {
         // With `useThis` the this-node is bound as "this" below, after the parameters; without it, it is the
@@ -1104,24 +1105,28 @@ bool OMStored::bindCallFrame(OMScope& callFrame, const FunctionSignature& functi
             bindInFrame(callFrame, local, undefinedFactory(), stored);
             SANITY_CHECK(stored);
         }
-        if (thisNode) {
-            NodePtr stored;
-            bindInFrame(callFrame, "this", thisNode, stored);
-        } else if (args && ! args->empty()) {
-            NodePtr stored;
-            bindInFrame(callFrame, "this", args->front(), stored);
-        }
-        if (args && ! args->empty()) {
-            auto arguments = arrayFactory();
-            for (const NodePtr& argument : *args) {
-                arguments->push(argument);
-            }
-            NodePtr stored;
-            bindInFrame(callFrame, "arguments", arguments, stored);
+        if (isBindingFrameNames) {
+            bindFrameNames(callFrame, thisNode, args);
         }
         retVal = true;
     } while (false);
     return retVal;
+}
+
+void OMStored::bindFrameNames(OMScope& callFrame, const NodePtr& thisNode, const OMArgs& args) {
+    NodePtr stored;
+    if (thisNode) {
+        bindInFrame(callFrame, "this", thisNode, stored);
+    } else if (args && ! args->empty()) {
+        bindInFrame(callFrame, "this", args->front(), stored);
+    }
+    if (args && ! args->empty()) {
+        auto arguments = arrayFactory();
+        for (const NodePtr& argument : *args) {
+            arguments->push(argument);
+        }
+        bindInFrame(callFrame, "arguments", arguments, stored);
+    }
 }
 
 bool OMStored::callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, const OMArgs& args,
@@ -1149,7 +1154,8 @@ bool OMStored::callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, co
     }
     std::shared_ptr<OMScope> callFrame = OMScope::factory(scope, OMScope::FUNCTION_FRAME);
     if (! callFrame || ! callFrame->isPlain() ||
-        ! bindCallFrame(*callFrame, *fFunctionSignature, false, nullptr, args)) {
+        ! bindCallFrame(*callFrame, *fFunctionSignature, false, nullptr, args,
+                        OMExpressionLValueStr::isFrameNameRead())) {
         return false;
     }
     NodePtr result;

@@ -188,9 +188,11 @@ private:
     template <class Key>
     void setAndAccessChild(bool& found, const Key& key, NodePtr& node);
     // Binds a variable of a call's frame.
-    // Binds a call's parameters, its locals, "this" and "arguments" in its frame.
+    // Binds a call's parameters, its locals and, when asked, "this" and "arguments" in its frame.
     static bool bindCallFrame(OMScope& callFrame, const FunctionSignature& functionSignature, bool useThis,
-                              const NodePtr& thisNode, const OMArgs& args);
+                              const NodePtr& thisNode, const OMArgs& args, bool isBindingFrameNames);
+    // Binds "this" (the this-node, else the first argument) and "arguments" (all of them) in a call's frame.
+    static void bindFrameNames(OMScope& callFrame, const NodePtr& thisNode, const OMArgs& args);
     static void bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value,
                             NodePtr& stored);
     // Copies the children of `from` into this node's new container.
