@@ -200,12 +200,9 @@ bool OMExpression::isPureOperand(const std::shared_ptr<IOMNode>& node, OMExpress
 bool OMExpression::evalPureOperand(const std::shared_ptr<Task>& task, const std::shared_ptr<IOMNode>& node,
                                    OMExpression* expression, const std::shared_ptr<OMScope>& scope,
                                    std::shared_ptr<IOMNode>& value) {
-    if (expression == nullptr) {
-        value = node;
-        return true;
-    }
     // A variable that holds an expression (a built-in, a wrapped value) takes the long way.
-    return expression->evalDirectShape(task, scope, value) && value && value->getType() != OMType::Expression;
+    return evalDirectNode(task, node, expression, scope, value) && value &&
+           value->getType() != OMType::Expression;
 }
 
 OMExpression::DirectShape OMExpression::statementShape(const std::shared_ptr<IOMNode>& node,

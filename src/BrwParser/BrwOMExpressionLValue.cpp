@@ -453,12 +453,7 @@ bool OMExpressionLValueIndexByExpression::evalDirectShape(const std::shared_ptr<
     }
     // A stored container answers at once; a missing element is reported by the long way.
     NodePtr element;
-    const bool isFound =
-        index->getType() == OMType::Int && index->getInt() >= 0
-            ? parent->accessOMNodeReadOnlyResolved(scope, nullptr, static_cast<uint64_t>(index->getInt()),
-                                                   element)
-            : parent->accessOMNodeReadOnlyResolved(scope, nullptr, index->getAsString(), element);
-    if (! isFound || ! element) {
+    if (! accessElementDirect(scope, parent, index, GET, element) || ! element) {
         return false;
     }
     result = element;
@@ -481,13 +476,19 @@ bool OMExpressionLValueIndexByExpression::findElementDirect(const std::shared_pt
         (parent->getType() != OMType::Map && parent->getType() != OMType::Array)) {
         return false;
     }
-    const bool isFound =
-        index->getType() == OMType::Int && index->getInt() >= 0
-            ? parent->accessOMNodeResolved(scope, nullptr, SET, static_cast<uint64_t>(index->getInt()),
-                                           element)
-            : parent->accessOMNodeResolved(scope, nullptr, SET, index->getAsString(), element);
     // An element of a data structure is written through its parent as well: the long way does that.
-    return isFound && element && ! element->getDataStructureParent();
+    return accessElementDirect(scope, parent, index, SET, element) && element &&
+           ! element->getDataStructureParent();
+}
+
+bool OMExpressionLValueIndexByExpression::accessElementDirect(const std::shared_ptr<OMScope>& scope,
+                                                              const NodePtr& parent, const NodePtr& index,
+                                                              AccessType accessType, NodePtr& element) {
+    // As get_yielding picks it: a whole number an element, anything else a member by its text.
+    return index->getType() == OMType::Int && index->getInt() >= 0
+               ? parent->accessOMNodeResolved(scope, nullptr, accessType,
+                                              static_cast<uint64_t>(index->getInt()), element)
+               : parent->accessOMNodeResolved(scope, nullptr, accessType, index->getAsString(), element);
 }
 
 uint64_t OMExpressionLValueIndexByExpression::hash() const {

@@ -157,6 +157,11 @@ protected:
     bool ownFieldLess(const OMExpressionLValue& other) const override;
 
 private:
+    // The element `index` picks in a stored `parent`, read or made.
+    static bool accessElementDirect(const std::shared_ptr<OMScope>& scope, const std::shared_ptr<IOMNode>& parent,
+                                    const std::shared_ptr<IOMNode>& index, AccessType accessType,
+                                    std::shared_ptr<IOMNode>& element);
+
     class OMExpressionLValueStr* fParentName = nullptr; // the parent, when it is a plain name
     OMExpression* fDirectParent = nullptr; // the pure expressions of the parent and the index, if any
     OMExpression* fDirectIndex = nullptr;
