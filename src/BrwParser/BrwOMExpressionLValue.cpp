@@ -677,7 +677,7 @@ bool OMExpressionLValueStr::evalDirectShape(const std::shared_ptr<Task>& task,
         return false;
     }
     if (! fUnresolvedArgumentList) {
-        result = value;
+        result = std::move(value);
         return true;
     }
     // A call: only of a function that reads and nothing else, so that giving up half-way changes nothing.
@@ -697,6 +697,13 @@ bool OMExpressionLValueStr::evalDirectShape(const std::shared_ptr<Task>& task,
 }
 
 bool OMExpressionLValueStr::findTargetDirect(const std::shared_ptr<OMScope>& scope, NodePtr& target) {
+    // A variable of the scope's own, which may be written and needn't be adopted by a data structure: the
+    // write access would give it back as it is.
+    if (! scope->isDataStructure() &&
+        (scope->getPermissions(fIdentifier) & OMStored::PERMISSION_WRITE) != 0 &&
+        scope->OMStored::accessOMNodeReadOnlyResolved(nullptr, nullptr, fIdentifier, target) && target) {
+        return true;
+    }
     target.reset();
     return scope->accessOMNodeResolved(scope, nullptr, SET, fIdentifier, target) && target;
 }

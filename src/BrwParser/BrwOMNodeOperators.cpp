@@ -300,7 +300,11 @@ IOMNode::NodePtr OMNode::binaryOperation(BinOp op, IOMNode& node1, NodeReuse reu
         SANITY_CHECK(node1Stored);
         std::shared_ptr<OMStored> node2Stored = OMStored::rewrapFactory(node2);
         SANITY_CHECK(node2Stored);
-        NodePtr result = chooseResultNode(node1, node1Stored, reuse1, node2Stored, reuse2);
+        // A comparison writes its result before it reads it: a new node will do, no copy of the left.
+        const bool isComparison = op >= COMPARE_LT && op <= COMPARE_NE;
+        NodePtr result = isComparison && reuse1 == KEEP_NODE && reuse2 == KEEP_NODE
+                             ? OMStored::undefinedFactory()
+                             : chooseResultNode(node1, node1Stored, reuse1, node2Stored, reuse2);
         SANITY_CHECK(result);
         if (! runBinaryOperator(op, *node1Stored, result, node2)) {
             VERIFY(result->setUndefined());
