@@ -2,7 +2,6 @@
 
 #include "BrwLogger/BrwScriptErrorLog.h"
 #include "BrwParser/BrwIOStreamPrompted.h"
-#include "BrwParser/BrwInputStreamStdIn.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
 #include "BrwParser/BrwOutputStreamString.h"
@@ -127,8 +126,9 @@ bool InstrumentScriptStreamTask::isInputPending() {
     bool retVal = false;
     do {
         SANITY_CHECK(fIOStreamPrompted);
-        std::shared_ptr<InputStreamStdIn> inputStream =
-            std::dynamic_pointer_cast<InputStreamStdIn>(fIOStreamPrompted->getInputStream());
+        // Any stream will do: standard input tells what has arrived, a string stream holds all of its
+        // text until its end.
+        std::shared_ptr<InputStream> inputStream = fIOStreamPrompted->getInputStream();
         SANITY_CHECK(inputStream);
         retVal = inputStream->getChar() >= 0;
     } while (false);

@@ -40,8 +40,8 @@ public:
         SCAN_HASH_DIRECTIVE = 11,      // the text of a `#` directive
     };
 
-    // `stream` should be an IOStreamPrompted whose input side is standard input and whose output side is
-    // an OutputStreamString.
+    // `stream` should be an IOStreamPrompted whose input side is standard input or a string stream and
+    // whose output side is an OutputStreamString.
     InstrumentScriptStreamTask(const std::shared_ptr<OMStored>& node, const std::shared_ptr<OMScope>& scope,
                                const std::string& scriptFilePath, const std::shared_ptr<InputStream>& stream);
 
@@ -59,7 +59,7 @@ public:
     // Hands one statement on: writes it and a line end to the output side of the task's stream.
     void runStatement_yielding(const std::shared_ptr<Task>& task, bool& success,
                                const std::string& statement);
-    // True when standard input already holds the next character, so that a line end need not be decided
+    // True when the input side already holds the next character, so that a line end need not be decided
     // yet. The character stays buffered in the stream.
     bool isInputPending();
 
