@@ -16,6 +16,7 @@
 #include "BrwParser/BrwLiteralsTest.h"
 #include "BrwParser/BrwStreamTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
+#include "BrwTask/BrwParseScriptTaskTest.h"
 #include "BrwTask/BrwTaskTest.h"
 #include "BrwTask/BrwYieldingTest.h"
 #include "BrwUtils/BrwUtilsTest.h"
@@ -42,6 +43,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<LiteralsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<BuiltinsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
         retVal = true;
     } while (false);
     return retVal;

@@ -108,6 +108,7 @@ void OMExpressionLValueToken::registerBuiltins() {
     registerBuiltin(_length, nullptr, ftn_length_yielding);
     registerBuiltin(_parseFloat, ftn_parseFloat, nullptr);
     registerBuiltin(_parseInt, ftn_parseInt, nullptr);
+    registerBuiltin(_parseScript, nullptr, ftn_parseScript_yielding);
     registerBuiltin(_pop, ftn_pop, nullptr);
     registerBuiltin(_push, ftn_push, nullptr);
     registerBuiltin(_reference, nullptr, ftn_reference_yielding);
