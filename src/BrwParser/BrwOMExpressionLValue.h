@@ -206,8 +206,8 @@ public:
     static void ftn_evalScript_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                                         AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                         OMExpressionLValueResolution& resolution);
-    // parseScript(script, options...): runs script text as a standard-input session and gives what it
-    // echoed (BrwOMExpressionLValueParseScript.cpp).
+    // parseScript(script, unused, options...): runs script text as a standard-input session and gives
+    // what it echoed (BrwOMExpressionLValueParseScript.cpp).
     static void ftn_parseScript_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                                          AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                          OMExpressionLValueResolution& resolution);

@@ -1,10 +1,11 @@
-// parseScript(script, options...): script text run as a standard-input session runs standard input, its
+// parseScript(script, unused, options...): script text run the way a standard-input session runs, its
 // echoed values gathered into a string.
 //
 // `script` is the text, or [text, output]: an output that is a string is the text that the session's output
-// is appended to; anything else, undefined included, means none. Each option, from argument 1 on and in any
-// order: a function is called with the output text when the session ends; an integer of 0 or more adds that
-// many milliseconds to a deadline counted from the call; a string chooses how the caller waits:
+// is appended to; anything else, undefined included, means none. Argument 1 is taken by nothing and is
+// ignored. Each option, from argument 2 on and in any order: a function is called with the output text when
+// the session ends; an integer of 0 or more adds that many milliseconds to a deadline counted from the call;
+// a string chooses how the caller waits:
 //   "noWait"  (0)  start the session below the coordinator's main task and give true at once; the callback
 //                  gets the output later.
 //   "timeOut" (1)  wait for the end or the deadline, whichever comes first. The deadline is the call's time
@@ -92,12 +93,12 @@ void readWaitMode(const std::string& text, ParseScriptCall& call) {
     }
 }
 
-// Reads the options from argument 1 on, and sets the deadline.
+// Reads the options from argument 2 on, and sets the deadline.
 void readOptions(const OMExpressionLValueResolution& resolution, ParseScriptCall& call) {
     const int64_t start = Clock::now();
     int64_t milliseconds = 0;
     bool hasMilliseconds = false;
-    for (size_t i = 1; i < resolution.getArgumentCount(); ++i) {
+    for (size_t i = 2; i < resolution.getArgumentCount(); ++i) {
         const NodePtr option = resolution.getArgument(i);
         const OMType type = option->getType();
         if (type == OMType::String) {
