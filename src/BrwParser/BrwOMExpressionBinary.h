@@ -47,19 +47,20 @@ public:
     const std::shared_ptr<IOMNode>& getNode2() const { return fNode2; }
 
 protected:
-    // Operators on readable operands are pure; an assignment of one to a plain name is a statement.
+    // Operators on pure operands are pure; assigning a pure value to a name or an element is a statement.
     DirectShape computeDirectShape() override;
     bool evalDirectShape(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                          std::shared_ptr<IOMNode>& result) override;
 
 private:
-    // `name = value` and `name[index] = value` without frames: the steps of get_yielding for a plain name or
-    // element and a pure value.
     // The value of an assignment's right side, copied as an assignment copies it; null on an internal fault.
     bool evalAssignedValue(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                            std::shared_ptr<IOMNode>& value);
+    // The rest of `name[index] = value` once the element is found or made.
     bool assignElementDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                              const std::shared_ptr<IOMNode>& element, std::shared_ptr<IOMNode>& result);
+    // `name = value` and `name[index] = value` without frames: the steps of get_yielding for a plain name or
+    // element and a pure value.
     bool assignDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                       std::shared_ptr<IOMNode>& result);
     // The `while` and `do` loop, from the operand already evaluated in `resolution.fResolvedNode1`.

@@ -64,8 +64,8 @@ private:
     }
     bool evalStatementsDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                               size_t& doneCount, std::shared_ptr<IOMNode>& result);
-    // The value of a block or comma list from the value of its last statement: a copy, wrapped again when
-    // it is a return value.
+    // The value of a block or comma list from the value of its last statement: a copy (wrapped again when it
+    // is a return value), unless nothing else holds that value.
     static std::shared_ptr<IOMNode> statementListValue(const std::shared_ptr<IOMNode>& last);
 
     BinOp fBinOp;                    // the chained operator; never ASSIGN
