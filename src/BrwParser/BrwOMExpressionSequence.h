@@ -55,13 +55,14 @@ protected:
                          std::shared_ptr<IOMNode>& result) override;
 
 private:
-    // A block or comma list whose every statement has a direct shape runs them without frames, in order,
-    // until one must take the resumable path: `doneCount` says how many ran. True when all of them did (or
-    // a return or break ended the block), with the block's value in `result`.
+    // A block or comma list whose every statement has a direct shape.
     bool isDirectBlock() {
         getDirectShape();
         return fIsDirectBlock;
     }
+    // Runs the statements of such a block without frames, in order, until one must take the resumable path:
+    // `doneCount` says how many ran. True when all of them did (or a return or break ended the block), with
+    // the block's value in `result`.
     bool evalStatementsDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                               size_t& doneCount, std::shared_ptr<IOMNode>& result);
     // The value of a block or comma list from the value of its last statement: a copy (wrapped again when it
