@@ -2,6 +2,7 @@
 
 #include "BrwLogger/BrwCheck.h"
 #include "BrwParser/BrwOMExpressionLValue.h"
+#include "BrwParser/BrwOMQuickFunction.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwToken.h"
 
@@ -170,6 +171,15 @@ bool OMExpression::nodesLess(const std::shared_ptr<IOMNode>& left, const std::sh
 
 std::string OMExpression::nodeText(const std::shared_ptr<IOMNode>& node) {
     return node ? node->toString() : std::string();
+}
+
+const OMQuickFunction* OMExpression::getQuickFunction(const std::shared_ptr<FunctionSignature>& signature) {
+    // The signature is kept, so that no other one can come to have its address.
+    if (fQuickSignature != signature) {
+        fQuickSignature = signature;
+        fQuickFunction = signature ? OMQuickFunction::compile(*signature, *this) : nullptr;
+    }
+    return fQuickFunction.get();
 }
 
 bool OMExpression::isPureOperand(const std::shared_ptr<IOMNode>& node, OMExpression*& expression) {

@@ -8,6 +8,8 @@
 
 namespace Brw {
 
+class OMQuickFunction;
+
 // Base of all parsed script. A tree of expressions hangs in value nodes; expressions are immutable once
 // built (but for the cached hash and shape), and per-evaluation state lives in the running task's frames, so
 // one tree may be evaluated by several tasks at once.
@@ -89,6 +91,10 @@ public:
         return fDirectShape;
     }
 
+    // The quick form of a function with this body and `signature`, compiled on first need; null when the body
+    // has none.
+    const OMQuickFunction* getQuickFunction(const std::shared_ptr<FunctionSignature>& signature);
+
     // `return operand` as an expression: how a value is wrapped to travel out of a function.
     static std::shared_ptr<OMExpression> returnFactory(const std::shared_ptr<IOMNode>& operand);
 
@@ -142,6 +148,8 @@ protected:
 
 private:
     DirectShape fDirectShape = DIRECT_UNKNOWN; // found on the first evaluation
+    std::shared_ptr<FunctionSignature> fQuickSignature; // what the quick form was compiled for, if tried
+    std::shared_ptr<OMQuickFunction> fQuickFunction;    // null when the body has none
 
     static inline bool fIsDirectEvaluationOn = true; // expressions of a direct shape skip frames
 };

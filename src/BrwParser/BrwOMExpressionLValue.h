@@ -284,6 +284,8 @@ public:
     uint64_t hash() const override;
     std::string toString() const override;
     std::string getIdentifier() const override;
+    // The name itself, also of a member or a call.
+    const std::string& getName() const { return fIdentifier; }
 
     // The two writes of `name = value` without frames, as get_yielding makes them for a plain name: the
     // variable as it stands (made if new), and then the value stored under the name, or the Error value.

@@ -38,6 +38,8 @@ public:
     bool operator==(const OMExpression& other) const override;
     bool operator<(const OMExpression& other) const override;
 
+    TernOp getTernOp() const { return fTernOp; }
+    const std::shared_ptr<IOMNode>& getNode1() const { return fNode1; }
     const std::shared_ptr<IOMNode>& getNode2() const { return fNode2; }
     const std::shared_ptr<IOMNode>& getNode3() const { return fNode3; }
 

@@ -8,6 +8,7 @@
 #include "BrwObject/BrwGUIDClass.h"
 #include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwOMExpressionLValue.h"
+#include "BrwParser/BrwOMQuickFunction.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwTask/BrwYielding.h"
 #include "BrwUtils/BrwStackGuard.h"
@@ -1152,6 +1153,10 @@ bool OMStored::callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, co
         fIsDirectDepthExhausted = true;
         return false;
     }
+    const OMQuickFunction* quickFunction = getQuickFunction();
+    if (quickFunction != nullptr && quickFunction->call(task, scope, args, fCallDepth, out)) {
+        return true;
+    }
     std::shared_ptr<OMScope> callFrame = OMScope::factory(scope, OMScope::FUNCTION_FRAME);
     if (! callFrame || ! callFrame->isPlain() ||
         ! bindCallFrame(*callFrame, *fFunctionSignature, false, nullptr, args,
@@ -1167,6 +1172,17 @@ bool OMStored::callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, co
     }
     out = result ? result->unwrapReturnValue() : undefinedFactory();
     return out != nullptr;
+}
+
+const OMQuickFunction* OMStored::getQuickFunction() const {
+    if (fType != OMType::Function || ! fExpression || ! fFunctionSignature) {
+        return nullptr;
+    }
+    const OMExpression::DirectShape shape = fExpression->getDirectShape();
+    if (shape != OMExpression::DIRECT_PURE && shape != OMExpression::DIRECT_READ_ONLY) {
+        return nullptr;
+    }
+    return fExpression->getQuickFunction(fFunctionSignature);
 }
 
 void OMStored::bindInFrame(OMScope& callFrame, const std::string& name, const NodePtr& value,

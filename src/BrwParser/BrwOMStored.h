@@ -124,6 +124,8 @@ public:
     // false when anything in it must take the long way, and then the call may be made again from the start.
     bool callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, const OMArgs& args,
                             NodePtr& out) const;
+    // The quick form of this function (see OMQuickFunction); null for anything else.
+    const class OMQuickFunction* getQuickFunction() const;
     void eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& scope,
                        HandleReturnValue handleReturnValue) override;
     bool getBool() const override;
