@@ -188,11 +188,11 @@ bool ExpressionTest::testFolding() {
 bool ExpressionTest::testEvaluationYieldingMidway() {
     bool retVal = false;
     do {
-        // s = 0; i = 0; while (i < 200) { s = s + i; i = i + 1 }; s
+        // s = 0; i = 0; while (i < 2000) { s = s + i; i = i + 1 }; s
         NodePtr program = block({
             bin(ASSIGN, name("s"), lit(OMInt(0))),
             bin(ASSIGN, name("i"), lit(OMInt(0))),
-            bin(WHILE, bin(COMPARE_LT, name("i"), lit(OMInt(200))),
+            bin(WHILE, bin(COMPARE_LT, name("i"), lit(OMInt(2000))),
                 block({bin(ASSIGN, name("s"), bin(ADD, name("s"), name("i"))),
                        bin(ASSIGN, name("i"), bin(ADD, name("i"), lit(OMInt(1))))})),
             name("s"),
@@ -201,8 +201,8 @@ bool ExpressionTest::testEvaluationYieldingMidway() {
         int slices = 0;
         NodePtr sliced = evalInTinySlices(program, freshScope(), slices);
         SANITY_CHECK(whole && sliced);
-        CHECK_EQUAL(whole->getInt(), 19900);
-        CHECK_EQUAL(sliced->getInt(), 19900);
+        CHECK_EQUAL(whole->getInt(), 1999000);
+        CHECK_EQUAL(sliced->getInt(), 1999000);
         // It really was cut into many slices.
         SANITY_CHECK(slices > 10);
         retVal = true;

@@ -84,6 +84,7 @@ public:
     }
     // Off, every expression takes the resumable path: tests compare the two.
     static void setDirectEvaluation(bool isOn) { fIsDirectEvaluationOn = isOn; }
+    static bool isDirectEvaluationOn() { return fIsDirectEvaluationOn; }
     DirectShape getDirectShape() {
         if (fDirectShape == DIRECT_UNKNOWN) {
             fDirectShape = computeDirectShape();

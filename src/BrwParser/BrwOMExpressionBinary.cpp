@@ -3,6 +3,7 @@
 #include "BrwLogger/BrwCheck.h"
 #include "BrwParser/BrwOMExpressionLValue.h"
 #include "BrwParser/BrwOMExpressionSequence.h"
+#include "BrwParser/BrwOMQuickFunction.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwToken.h"
 #include "BrwTask/BrwYielding.h"
@@ -105,7 +106,8 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
     {
         const bool isDoWhile = fBinOp == DO_WHILE;
-        (isDoWhile ? frame->body : frame->condition) = resolution.fResolvedNode1;
+        (isDoWhile ? frame->body : frame->condition) = std::move(resolution.fResolvedNode1);
+        resolution.fResolvedNode1.reset();
         frame->isBodyDone = isDoWhile;
     }
     for (;;) {
@@ -123,6 +125,13 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
                 resolution.fResolvedNode2 = OMStored::undefinedFactory();
                 resolved = true;
                 YIELDING_FINISH;
+            }
+            // The values of the last round are done with; held, they would keep a variable's node shared.
+            frame->condition.reset();
+            frame->body.reset();
+            if (phase == RUN && runQuickLoop(task, scope)) {
+                frame->condition = OMStored::factory(false);
+                continue;
             }
             YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->body, accessType,
                                                            fBinOp == WHILE ? fNode2 : fNode1, scope, phase,
@@ -155,6 +164,19 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
         SANITY_CHECK(frame->condition);
     }
     YIELDING_END;
+}
+
+bool OMExpressionBinary::runQuickLoop(const std::shared_ptr<Task>& task,
+                                      const std::shared_ptr<OMScope>& scope) {
+    if (! isDirectEvaluationOn() || ! scope->isPlain()) {
+        return false;
+    }
+    if (! fIsQuickLoopTried) {
+        fIsQuickLoopTried = true;
+        fQuickLoop = fBinOp == WHILE ? OMQuickFunction::compileLoop(fNode1, fNode2)
+                                     : OMQuickFunction::compileLoop(fNode2, fNode1);
+    }
+    return fQuickLoop && fQuickLoop->runLoop(task, scope, OMStored::getCallDepth());
 }
 
 void OMExpressionBinary::get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,

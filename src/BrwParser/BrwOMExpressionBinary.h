@@ -67,6 +67,9 @@ private:
     void loop_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
                        const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                        OMExpressionBinaryResolution& resolution);
+    // Runs iterations of the loop quickly (see OMQuickFunction::runLoop) when its condition was just found
+    // true; true when the loop is over.
+    bool runQuickLoop(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope);
     // Writes the assigned value back through the data-structure parent of the target.
     void writeThroughParent_yielding(const std::shared_ptr<Task>& task, bool& success,
                                      const std::shared_ptr<IOMNode>& target, std::shared_ptr<IOMNode>& value);
@@ -80,6 +83,8 @@ private:
     class OMExpressionLValueStr* fDirectTarget = nullptr; // the name an assignment of the direct shape sets
     class OMExpressionSequence* fGrowInPlace = nullptr; // `name = name + ...`: the sum that may grow the node
     class OMExpressionLValueIndexByExpression* fDirectElement = nullptr; // `name[index] = ...`: what it sets
+    std::shared_ptr<class OMQuickFunction> fQuickLoop; // a loop's quick form; null when it has none
+    bool fIsQuickLoopTried = false;                    // fQuickLoop was compiled
 };
 
 } // namespace Brw

@@ -35,6 +35,10 @@ public:
     std::shared_ptr<IOMNode> getOperand() const override { return fNode; }
 
     UnOp getUnOp() const { return fUnOp; }
+    bool isIncrementOrDecrement() const {
+        return fUnOp == PRE_DECREMENT || fUnOp == PRE_INCREMENT || fUnOp == POST_DECREMENT ||
+               fUnOp == POST_INCREMENT;
+    }
 
 protected:
     // An operator on a pure operand is pure, and its return read-only; an increment of a name is a statement.
@@ -43,10 +47,6 @@ protected:
                          std::shared_ptr<IOMNode>& result) override;
 
 private:
-    bool isIncrementOrDecrement() const {
-        return fUnOp == PRE_DECREMENT || fUnOp == PRE_INCREMENT || fUnOp == POST_DECREMENT ||
-               fUnOp == POST_INCREMENT;
-    }
     // Steps the operand in place and gives the value the operator stands for.
     std::shared_ptr<IOMNode> stepInPlace(const std::shared_ptr<IOMNode>& operand) const;
 

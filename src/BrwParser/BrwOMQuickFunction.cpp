@@ -1,5 +1,6 @@
 #include "BrwParser/BrwOMQuickFunction.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
@@ -93,6 +94,12 @@ int32_t internName(const std::string& name) {
     return position->second;
 }
 
+// Tells the lookups cached in one run from those of older runs.
+uint64_t nextRunId() {
+    static uint64_t lastRunId = 0;
+    return ++lastRunId;
+}
+
 uint64_t nameBit(int32_t nameId) {
     return uint64_t(1) << (static_cast<uint32_t>(nameId) & 63U);
 }
@@ -167,6 +174,23 @@ std::shared_ptr<OMStored> OMQuickValue::toNode() const {
         return OMStored::factory(fFloat);
     default:
         return OMStored::undefinedFactory();
+    }
+}
+
+bool OMQuickValue::storeInto(IOMNode& node) const {
+    switch (fType) {
+    case OMType::Null:
+        return node.setNull();
+    case OMType::NaN:
+        return node.setNaN();
+    case OMType::Bool:
+        return node.set(fBool);
+    case OMType::Int:
+        return node.set(fInt);
+    case OMType::Float:
+        return node.set(fFloat);
+    default:
+        return node.setUndefined();
     }
 }
 
@@ -307,7 +331,7 @@ struct OMQuickFunction::Run {
 struct OMQuickFunction::Frame {
     const OMQuickFunction* fFunction; // what runs here
     const Frame* fCaller;             // null for the outermost call
-    const OMQuickValue* fSlots;       // parameters, then locals
+    OMQuickValue* fSlots;             // parameters, then locals (a loop's variables)
     uint64_t fCallerNames;            // the name bits of every caller's frame
     Run* fRun;                        // shared by all the frames of one outermost call
 };
@@ -330,17 +354,30 @@ std::shared_ptr<OMQuickFunction> OMQuickFunction::compile(const FunctionSignatur
     for (const int32_t nameId : function->fSlotNames) {
         function->fNameMask |= nameBit(nameId);
     }
-    if (! function->compileExpression(body, function->fRoot)) {
+    if (! function->compileExpression(body, true, function->fRoot) || ! function->isEveryCalleeFree()) {
         return nullptr;
     }
     return function;
 }
 
-bool OMQuickFunction::compileNode(const std::shared_ptr<IOMNode>& node, uint32_t& index) {
+std::shared_ptr<OMQuickFunction> OMQuickFunction::compileLoop(const std::shared_ptr<IOMNode>& condition,
+                                                              const std::shared_ptr<IOMNode>& body) {
+    auto loop = std::make_shared<OMQuickFunction>();
+    loop->fIsLoop = true;
+    if (! loop->compileNode(condition, false, loop->fCondition) ||
+        ! loop->compileNode(body, true, loop->fRoot) || ! loop->isEveryCalleeFree()) {
+        return nullptr;
+    }
+    for (const int32_t nameId : loop->fSlotNames) {
+        loop->fNameMask |= nameBit(nameId);
+    }
+    return loop;
+}
+
+bool OMQuickFunction::compileNode(const std::shared_ptr<IOMNode>& node, bool isStatement, uint32_t& index) {
     if (node && node->getType() == OMType::Expression) {
-        // `return x` included: the direct shapes of the body keep it out of operands.
         const std::shared_ptr<OMExpression> expression = node->getExpression();
-        return expression && compileExpression(*expression, index);
+        return expression && compileExpression(*expression, isStatement, index);
     }
     if (! node || node->isReturnValue()) {
         return false;
@@ -354,40 +391,30 @@ bool OMQuickFunction::compileNode(const std::shared_ptr<IOMNode>& node, uint32_t
     return true;
 }
 
-bool OMQuickFunction::compileExpression(OMExpression& expression, uint32_t& index) {
+bool OMQuickFunction::compileExpression(OMExpression& expression, bool isStatement, uint32_t& index) {
     Op op;
+    auto* unary = dynamic_cast<OMExpressionUnary*>(&expression);
+    auto* binary = dynamic_cast<OMExpressionBinary*>(&expression);
+    if ((unary != nullptr && unary->isIncrementOrDecrement()) ||
+        (binary != nullptr && binary->getBinOp() == ASSIGN)) {
+        return fIsLoop && isStatement && compileWrite(expression, index);
+    }
     if (auto* name = dynamic_cast<OMExpressionLValueStr*>(&expression)) {
-        const std::string& identifier = name->getName();
-        if (name->getParent() || identifier == "this" || identifier == "arguments") {
-            return false;
-        }
-        op.fSlot = findSlot(internName(identifier));
-        if (name->getArgumentList()) {
-            // A parameter holds a plain value, and calling one gives the value: the long way does that.
-            if (op.fSlot >= 0 || ! compileList(Code::CALL, 0, *name->getArgumentList(), index)) {
-                return false;
-            }
-            fOps[index].fSlot = internName(identifier);
-            fOps[index].fName = identifier;
-            return true;
-        }
-        op.fCode = op.fSlot >= 0 ? Code::LOCAL : Code::FREE;
-        if (op.fCode == Code::FREE) {
-            op.fSlot = internName(identifier);
-            op.fName = identifier;
-        }
-    } else if (auto* unary = dynamic_cast<OMExpressionUnary*>(&expression)) {
+        return compileName(*name, index);
+    }
+    if (unary != nullptr) {
         op.fCode = unary->getUnOp() == RETURN ? Code::RETURN : Code::UNARY;
         op.fOperator = unary->getUnOp();
-        if ((op.fCode == Code::UNARY && ! isQuickUnary(op.fOperator)) ||
-            ! compileNode(unary->getOperand(), op.fFirst)) {
+        const bool isAllowed =
+            op.fCode == Code::RETURN ? ! fIsLoop && isStatement : isQuickUnary(op.fOperator);
+        if (! isAllowed || ! compileNode(unary->getOperand(), false, op.fFirst)) {
             return false;
         }
-    } else if (auto* binary = dynamic_cast<OMExpressionBinary*>(&expression)) {
+    } else if (binary != nullptr) {
         op.fCode = Code::BINARY;
         op.fOperator = binary->getBinOp();
-        if (! isQuickBinary(op.fOperator) || ! compileNode(binary->getNode1(), op.fFirst) ||
-            ! compileNode(binary->getNode2(), op.fSecond)) {
+        if (! isQuickBinary(op.fOperator) || ! compileNode(binary->getNode1(), false, op.fFirst) ||
+            ! compileNode(binary->getNode2(), false, op.fSecond)) {
             return false;
         }
     } else if (auto* sequence = dynamic_cast<OMExpressionSequence*>(&expression)) {
@@ -397,13 +424,16 @@ bool OMQuickFunction::compileExpression(OMExpression& expression, uint32_t& inde
         for (size_t position = 0; position < sequence->getNodeCount(); ++position) {
             nodes.push_back(sequence->getNode(position));
         }
-        return (isBlock || isQuickBinary(binOp)) && ! nodes.empty() &&
-               compileList(isBlock ? Code::BLOCK : Code::CHAIN, binOp, nodes, index);
+        // A block is a statement list only where it stands as a statement.
+        return (isBlock ? isStatement : isQuickBinary(binOp)) && ! nodes.empty() &&
+               compileList(isBlock ? Code::BLOCK : Code::CHAIN, binOp, nodes, isBlock, index);
     } else if (auto* ternary = dynamic_cast<OMExpressionTernary*>(&expression)) {
         op.fCode = Code::CHOICE;
-        if ((ternary->getTernOp() != CONDITIONAL && ternary->getTernOp() != IF) ||
-            ! compileNode(ternary->getNode1(), op.fFirst) || ! compileNode(ternary->getNode2(), op.fSecond) ||
-            ! compileNode(ternary->getNode3(), op.fThird)) {
+        const TernOp ternOp = ternary->getTernOp();
+        if ((ternOp != CONDITIONAL && (ternOp != IF || ! isStatement)) ||
+            ! compileNode(ternary->getNode1(), false, op.fFirst) ||
+            ! compileNode(ternary->getNode2(), isStatement, op.fSecond) ||
+            ! compileNode(ternary->getNode3(), isStatement, op.fThird)) {
             return false;
         }
     } else {
@@ -413,11 +443,61 @@ bool OMQuickFunction::compileExpression(OMExpression& expression, uint32_t& inde
     return true;
 }
 
+bool OMQuickFunction::compileName(OMExpressionLValueStr& name, uint32_t& index) {
+    const std::string& identifier = name.getName();
+    if (name.getParent() || identifier == "this" || identifier == "arguments") {
+        return false;
+    }
+    if (name.getArgumentList()) {
+        if (! compileList(Code::CALL, 0, *name.getArgumentList(), false, index)) {
+            return false;
+        }
+        fOps[index].fSlot = internName(identifier);
+        fOps[index].fName = identifier;
+        return true;
+    }
+    Op op;
+    op.fSlot = fIsLoop ? loopSlot(identifier) : findSlot(internName(identifier));
+    op.fCode = op.fSlot >= 0 ? Code::LOCAL : Code::FREE;
+    if (op.fCode == Code::FREE) {
+        op.fSlot = internName(identifier);
+        op.fName = identifier;
+    }
+    index = add(std::move(op));
+    return true;
+}
+
+bool OMQuickFunction::compileWrite(OMExpression& expression, uint32_t& index) {
+    Op op;
+    std::shared_ptr<IOMNode> target;
+    if (auto* unary = dynamic_cast<OMExpressionUnary*>(&expression)) {
+        op.fCode = Code::STEP;
+        op.fOperator = unary->getUnOp();
+        target = unary->getOperand();
+    } else if (auto* binary = dynamic_cast<OMExpressionBinary*>(&expression)) {
+        op.fCode = Code::STORE;
+        target = binary->getNode1();
+        if (! compileNode(binary->getNode2(), false, op.fFirst)) {
+            return false;
+        }
+    }
+    const std::shared_ptr<OMExpression> targetExpression =
+        target && target->getType() == OMType::Expression ? target->getExpression() : nullptr;
+    auto* name = dynamic_cast<OMExpressionLValueStr*>(targetExpression.get());
+    if (name == nullptr || name->getParent() || name->getArgumentList()) {
+        return false;
+    }
+    op.fSlot = loopSlot(name->getName());
+    fIsWritten[static_cast<size_t>(op.fSlot)] = true;
+    index = add(std::move(op));
+    return true;
+}
+
 bool OMQuickFunction::compileList(Code code, int32_t op, const std::vector<std::shared_ptr<IOMNode>>& nodes,
-                                  uint32_t& index) {
+                                  bool isStatement, uint32_t& index) {
     std::vector<uint32_t> operands(nodes.size());
     for (size_t position = 0; position < nodes.size(); ++position) {
-        if (! compileNode(nodes[position], operands[position])) {
+        if (! compileNode(nodes[position], isStatement, operands[position])) {
             return false;
         }
     }
@@ -431,9 +511,30 @@ bool OMQuickFunction::compileList(Code code, int32_t op, const std::vector<std::
     return true;
 }
 
+bool OMQuickFunction::isEveryCalleeFree() const {
+    for (const Op& op : fOps) {
+        if (op.fCode == Code::CALL && findSlot(op.fSlot) >= 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
 uint32_t OMQuickFunction::add(Op&& op) {
     fOps.push_back(std::move(op));
     return static_cast<uint32_t>(fOps.size() - 1);
+}
+
+int32_t OMQuickFunction::loopSlot(const std::string& name) {
+    const int32_t nameId = internName(name);
+    int32_t slot = findSlot(nameId);
+    if (slot < 0) {
+        slot = static_cast<int32_t>(fSlotNames.size());
+        fSlotNames.push_back(nameId);
+        fLoopNames.push_back(name);
+        fIsWritten.push_back(false);
+    }
+    return slot;
 }
 
 int32_t OMQuickFunction::findSlot(int32_t nameId) const {
@@ -462,8 +563,7 @@ bool OMQuickFunction::call(const std::shared_ptr<Task>& task, const std::shared_
             return false;
         }
     }
-    static uint64_t lastRunId = 0;
-    Run run{task, scope, ++lastRunId, callDepth, CALLS_PER_DEADLINE_CHECK};
+    Run run{task, scope, nextRunId(), callDepth, CALLS_PER_DEADLINE_CHECK};
     OMQuickValue result;
     if (invoke(run, nullptr, slots.data(), result) == ABANDONED) {
         ++fAbandonCount;
@@ -472,6 +572,77 @@ bool OMQuickFunction::call(const std::shared_ptr<Task>& task, const std::shared_
     ++fDoneCount;
     out = result.toNode();
     return out != nullptr;
+}
+
+bool OMQuickFunction::runLoop(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                              int64_t callDepth) const {
+    constexpr uint32_t ITERATIONS_PER_YIELD_CHECK = 32;
+    if (fAbandonCount > 8 && fAbandonCount > fDoneCount) {
+        return false;
+    }
+    std::vector<std::shared_ptr<IOMNode>> written(fSlotNames.size());
+    std::vector<OMQuickValue> slots(fSlotNames.size());
+    if (! loadLoopSlots(scope, written, slots)) {
+        ++fAbandonCount;
+        return false;
+    }
+    std::vector<OMQuickValue> saved(slots.size());
+    Run run{task, scope, 0, callDepth, CALLS_PER_DEADLINE_CHECK};
+    const Frame frame{this, nullptr, slots.data(), 0, &run};
+    bool isFinished = false;
+    uint32_t iterationCount = 0;
+    for (;;) {
+        // An iteration that can't be run to its end leaves no trace: the long way runs it again.
+        std::copy(slots.begin(), slots.end(), saved.begin());
+        run.fId = nextRunId(); // the loop writes: what a callee looked up outside may have changed
+        OMQuickValue value;
+        if (eval(fRoot, frame, value) != VALUE || eval(fCondition, frame, value) != VALUE) {
+            std::copy(saved.begin(), saved.end(), slots.begin());
+            break;
+        }
+        ++iterationCount;
+        if (! value.asBool()) {
+            isFinished = true;
+            break;
+        }
+        if (iterationCount % ITERATIONS_PER_YIELD_CHECK == 0 && task->isYieldDue()) {
+            break;
+        }
+    }
+    bool allStored = true;
+    for (size_t slot = 0; slot < written.size(); ++slot) {
+        if (written[slot] && ! slots[slot].storeInto(*written[slot])) {
+            allStored = false;
+        }
+    }
+    ++(iterationCount > 0 ? fDoneCount : fAbandonCount);
+    return isFinished && allStored;
+}
+
+bool OMQuickFunction::loadLoopSlots(const std::shared_ptr<OMScope>& scope,
+                                    std::vector<std::shared_ptr<IOMNode>>& written,
+                                    std::vector<OMQuickValue>& slots) const {
+    for (size_t slot = 0; slot < slots.size(); ++slot) {
+        const std::string& name = fLoopNames[slot];
+        std::shared_ptr<IOMNode> node;
+        if (! fIsWritten[slot]) {
+            if (! scope->accessOMNodeReadOnlyResolved(scope, nullptr, name, node) || ! node ||
+                ! OMQuickValue::fromNode(*node, slots[slot])) {
+                return false;
+            }
+            continue;
+        }
+        // A variable of the scope's own that nothing else holds (the map and `node`): its value may live in
+        // the slot, since nobody could see the node change.
+        if (scope->isDataStructure() || (scope->getPermissions(name) & OMStored::PERMISSION_WRITE) == 0 ||
+            ! scope->OMStored::accessOMNodeReadOnlyResolved(nullptr, nullptr, name, node) || ! node ||
+            node.use_count() != 2 || node->getDataStructureParent() ||
+            ! OMQuickValue::fromNode(*node, slots[slot])) {
+            return false;
+        }
+        written[slot] = std::move(node);
+    }
+    return true;
 }
 
 OMQuickFunction::Flow OMQuickFunction::invoke(Run& run, const Frame* caller, OMQuickValue* slots,
@@ -553,8 +724,25 @@ OMQuickFunction::Flow OMQuickFunction::eval(uint32_t index, const Frame& frame, 
     }
     case Code::RETURN:
         return eval(op.fFirst, frame, out) == VALUE ? RETURNED : ABANDONED;
+    case Code::STORE:
+        if (eval(op.fFirst, frame, out) != VALUE) {
+            return ABANDONED;
+        }
+        frame.fSlots[op.fSlot] = out;
+        return VALUE;
+    case Code::STEP:
+        return evalStep(op, frame, out);
     }
     return ABANDONED;
+}
+
+OMQuickFunction::Flow OMQuickFunction::evalStep(const Op& op, const Frame& frame, OMQuickValue& out) const {
+    OMQuickValue& variable = frame.fSlots[op.fSlot];
+    const bool isIncrement = op.fOperator == PRE_INCREMENT || op.fOperator == POST_INCREMENT;
+    const OMQuickValue old = variable;
+    variable = OMQuickValue::fromNum(old.asNum() + (isIncrement ? 1 : -1));
+    out = op.fOperator == POST_INCREMENT || op.fOperator == POST_DECREMENT ? old : variable;
+    return VALUE;
 }
 
 OMQuickFunction::Flow OMQuickFunction::evalFree(const Op& op, const Frame& frame, OMQuickValue& out) const {

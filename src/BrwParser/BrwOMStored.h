@@ -52,6 +52,8 @@ public:
     static std::shared_ptr<OMStored> rewrapFactory(const IOMNode& from);
     // The number a text reads as, by the script's number rules; NaN when it isn't one.
     static double numberFromText(const std::string& text);
+    // Script calls nested on the native stack now.
+    static int64_t getCallDepth() { return fCallDepth; }
     // Nodes alive now: a run that leaves none behind returns this to where it was.
     static int64_t getOMStoredCount() { return fOMStoredCount; }
 
