@@ -102,6 +102,8 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
         std::shared_ptr<IOMNode> condition; // value of the condition
         std::shared_ptr<IOMNode> body;      // value of the body
         bool isBodyDone = false;            // the body ran before the first test: a do-loop
+        OMQuickFunction::LoopStop quickStop = OMQuickFunction::LOOP_AT_BODY; // where quick iterations stopped
+        size_t statementIndex = 0; // the statement of the body they stopped at
     };
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
     {
@@ -129,13 +131,23 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
             // The values of the last round are done with; held, they would keep a variable's node shared.
             frame->condition.reset();
             frame->body.reset();
-            if (phase == RUN && runQuickLoop(task, scope)) {
+            frame->quickStop = phase == RUN ? runQuickLoop(task, scope, frame->statementIndex)
+                                            : OMQuickFunction::LOOP_AT_BODY;
+            if (frame->quickStop == OMQuickFunction::LOOP_FINISHED) {
                 frame->condition = OMStored::factory(false);
                 continue;
             }
-            YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->body, accessType,
-                                                           fBinOp == WHILE ? fNode2 : fNode1, scope, phase,
-                                                           KEEP_RETURN_VALUE));
+            if (frame->quickStop == OMQuickFunction::LOOP_AT_CONDITION) {
+                frame->body = OMStored::undefinedFactory();
+            } else if (frame->quickStop == OMQuickFunction::LOOP_AT_STATEMENT) {
+                SANITY_CHECK(bodyBlock());
+                YIELDING_CALL(bodyBlock()->getFrom_yielding(task, frame->body, accessType, scope, phase,
+                                                            frame->statementIndex));
+            } else {
+                YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->body, accessType,
+                                                               fBinOp == WHILE ? fNode2 : fNode1, scope,
+                                                               phase, KEEP_RETURN_VALUE));
+            }
             SANITY_CHECK(frame->body);
             if (!frame->body->isResolved(phase)) {
                 YIELDING_FINISH;
@@ -166,17 +178,26 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
     YIELDING_END;
 }
 
-bool OMExpressionBinary::runQuickLoop(const std::shared_ptr<Task>& task,
-                                      const std::shared_ptr<OMScope>& scope) {
+OMQuickFunction::LoopStop OMExpressionBinary::runQuickLoop(const std::shared_ptr<Task>& task,
+                                                           const std::shared_ptr<OMScope>& scope,
+                                                           size_t& statementIndex) {
     if (! isDirectEvaluationOn() || ! scope->isPlain()) {
-        return false;
+        return OMQuickFunction::LOOP_AT_BODY;
     }
     if (! fIsQuickLoopTried) {
         fIsQuickLoopTried = true;
         fQuickLoop = fBinOp == WHILE ? OMQuickFunction::compileLoop(fNode1, fNode2)
                                      : OMQuickFunction::compileLoop(fNode2, fNode1);
     }
-    return fQuickLoop && fQuickLoop->runLoop(task, scope, OMStored::getCallDepth());
+    return fQuickLoop ? fQuickLoop->runLoop(task, scope, OMStored::getCallDepth(), statementIndex)
+                      : OMQuickFunction::LOOP_AT_BODY;
+}
+
+OMExpressionSequence* OMExpressionBinary::bodyBlock() const {
+    const std::shared_ptr<IOMNode>& body = fBinOp == WHILE ? fNode2 : fNode1;
+    return body && body->getType() == OMType::Expression
+               ? dynamic_cast<OMExpressionSequence*>(body->getExpression().get())
+               : nullptr;
 }
 
 void OMExpressionBinary::get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,

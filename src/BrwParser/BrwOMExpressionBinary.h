@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BrwParser/BrwOMExpression.h"
+#include "BrwParser/BrwOMQuickFunction.h"
 
 namespace Brw {
 
@@ -68,8 +69,11 @@ private:
                        const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                        OMExpressionBinaryResolution& resolution);
     // Runs iterations of the loop quickly (see OMQuickFunction::runLoop) when its condition was just found
-    // true; true when the loop is over.
-    bool runQuickLoop(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope);
+    // true; says where the long way goes on.
+    OMQuickFunction::LoopStop runQuickLoop(const std::shared_ptr<Task>& task,
+                                           const std::shared_ptr<OMScope>& scope, size_t& statementIndex);
+    // A loop's body as a block; null when it is none.
+    class OMExpressionSequence* bodyBlock() const;
     // Writes the assigned value back through the data-structure parent of the target.
     void writeThroughParent_yielding(const std::shared_ptr<Task>& task, bool& success,
                                      const std::shared_ptr<IOMNode>& target, std::shared_ptr<IOMNode>& value);

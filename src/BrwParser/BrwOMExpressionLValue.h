@@ -148,6 +148,8 @@ public:
     uint64_t hash() const override;
     std::string toString() const override;
 
+    const std::shared_ptr<IOMNode>& getIndexExpression() const { return fIndexExpression; }
+
 protected:
     // `a[i]` read with pure parts, from a stored container, is pure.
     DirectShape computeDirectShape() override;

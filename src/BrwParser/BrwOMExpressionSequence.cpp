@@ -79,12 +79,19 @@ void OMExpressionSequence::resolve_yielding(const std::shared_ptr<Task>& task, b
 void OMExpressionSequence::get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                                         AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                         ScriptPhase phase) {
+    getFrom_yielding(task, result, accessType, scope, phase, 0);
+}
+
+void OMExpressionSequence::getFrom_yielding(const std::shared_ptr<Task>& task,
+                                            std::shared_ptr<IOMNode>& result, AccessType accessType,
+                                            const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                                            size_t startIndex) {
     struct LocalVariableState : OMFunctionState {
         OMExpressionSequenceResolution resolution;
         bool resolved = false;
-        size_t startIndex = 0; // statements before it ran without frames
+        size_t startIndex = 0; // statements before it ran earlier, or without frames
     };
-    size_t directCount = 0;
+    size_t directCount = startIndex;
     if (phase == RUN && accessType == GET && scope && scope->isPlain() && ! task->hasPendingFunctionState() &&
         scope->getType() == OMType::Map && isDirectBlock() &&
         evalStatementsDirect(task, scope, directCount, result)) {
@@ -237,7 +244,7 @@ bool OMExpressionSequence::evalStatementsDirect(const std::shared_ptr<Task>& tas
                                                 const std::shared_ptr<OMScope>& scope, size_t& doneCount,
                                                 std::shared_ptr<IOMNode>& result) {
     std::shared_ptr<IOMNode> value;
-    for (doneCount = 0; doneCount < fDirectNodes.size(); ++doneCount) {
+    for (; doneCount < fDirectNodes.size(); ++doneCount) {
         if (! evalDirectNode(task, (*fNodes)[doneCount], fDirectNodes[doneCount], scope, value)) {
             return false;
         }
@@ -253,6 +260,11 @@ bool OMExpressionSequence::evalStatementsDirect(const std::shared_ptr<Task>& tas
         if (isReturnNode(value) || isBreakNode(value)) {
             break;
         }
+    }
+    if (! value) {
+        // Nothing left to run from the start given.
+        result = OMStored::undefinedFactory();
+        return true;
     }
     result = statementListValue(value);
     return true;

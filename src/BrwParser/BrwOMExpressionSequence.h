@@ -32,6 +32,10 @@ public:
     using OMExpression::get_yielding;
     void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
                       const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    // The value of a block whose statements before `startIndex` have run already.
+    void getFrom_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                          AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+                          size_t startIndex);
     bool scanForLocalVariables(const std::shared_ptr<FunctionSignature>& signature,
                                bool isStartOfStatement) override;
     void set_yielding(const std::shared_ptr<Task>& task, bool& success, std::shared_ptr<IOMNode>& value,
@@ -60,9 +64,9 @@ private:
         getDirectShape();
         return fIsDirectBlock;
     }
-    // Runs the statements of such a block without frames, in order, until one must take the resumable path:
-    // `doneCount` says how many ran. True when all of them did (or a return or break ended the block), with
-    // the block's value in `result`.
+    // Runs the statements of such a block without frames, in order from `doneCount` on, until one must take
+    // the resumable path: `doneCount` says how far they ran. True when all of them did (or a return or break
+    // ended the block), with the block's value in `result`.
     bool evalStatementsDirect(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                               size_t& doneCount, std::shared_ptr<IOMNode>& result);
     // The value of a block or comma list from the value of its last statement: a copy (wrapped again when it

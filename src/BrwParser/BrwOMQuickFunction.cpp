@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <limits>
 #include <unordered_map>
 
+#include "BrwLogger/BrwCheck.h"
 #include "BrwParser/BrwOMExpressionBinary.h"
 #include "BrwParser/BrwOMExpressionLValue.h"
 #include "BrwParser/BrwOMExpressionSequence.h"
@@ -20,78 +19,21 @@ namespace Brw {
 
 namespace {
 
-// The range of doubles that a 64-bit whole number can hold exactly as an Int.
-constexpr double INT_LOW = -9.2233720368547758e18;
-constexpr double INT_HIGH = 9.2233720368547758e18;
 // Calls between two looks at the task's deadline.
 constexpr uint32_t CALLS_PER_DEADLINE_CHECK = 1024;
+// Iterations of a loop between two looks at the slice and the deadline.
+constexpr uint32_t ITERATIONS_PER_YIELD_CHECK = 32;
 
-bool isNumber(OMType type) {
-    return type == OMType::Int || type == OMType::Float;
-}
-
-bool isUndefinedOrNull(OMType type) {
-    return type == OMType::Undefined || type == OMType::Null;
-}
-
-bool isQuickBinary(int32_t op) {
-    return op == MULTIPLY || op == DIVIDE || op == ADD || op == SUBTRACT ||
-           (op >= COMPARE_LT && op <= BOOL_OR);
-}
-
-bool isQuickUnary(int32_t op) {
-    return op == NEGATIVE || op == POSITIVE || op == BOOL_NOT || op == BIT_NOT;
-}
-
-// `<` as the operators order values: NaN is never less, numbers by value, other types by type number.
-bool isLess(const OMQuickValue& left, const OMQuickValue& right) {
-    if (left.fType == OMType::NaN || right.fType == OMType::NaN) {
-        return false;
-    }
-    if (isNumber(left.fType) && isNumber(right.fType)) {
-        return left.asNum() < right.asNum();
-    }
-    if (left.fType != right.fType) {
-        return static_cast<int32_t>(left.fType) < static_cast<int32_t>(right.fType);
-    }
-    return left.fType == OMType::Bool && ! left.fBool && right.fBool;
-}
-
-// `===`: same type and value; an Int never equals a Float.
-bool isIdentical(const OMQuickValue& left, const OMQuickValue& right) {
-    if (left.fType == OMType::NaN || left.fType != right.fType) {
-        return false;
-    }
-    switch (left.fType) {
-    case OMType::Bool:
-        return left.fBool == right.fBool;
-    case OMType::Int:
-        return left.fInt == right.fInt;
-    case OMType::Float:
-        return left.fFloat == right.fFloat;
-    default:
-        return true; // undefined and null
-    }
-}
-
-// `==`: as `===`, but undefined and null equal each other.
-bool isEqual(const OMQuickValue& left, const OMQuickValue& right) {
-    if (left.fType == OMType::NaN || right.fType == OMType::NaN) {
-        return false;
-    }
-    return (isUndefinedOrNull(left.fType) && isUndefinedOrNull(right.fType)) || isIdentical(left, right);
-}
-
-bool isBothNaN(const OMQuickValue& left, const OMQuickValue& right) {
-    return left.fType == OMType::NaN && right.fType == OMType::NaN;
-}
-
-// A small number for each name that quick functions use, so that frames compare names as numbers.
+// A small number for each name that quick code uses, so that frames compare names as numbers.
 int32_t internName(const std::string& name) {
     static std::unordered_map<std::string, int32_t> names;
     const auto [position, isNew] = names.try_emplace(name, static_cast<int32_t>(names.size()));
     (void)isNew;
     return position->second;
+}
+
+uint64_t nameBit(int32_t nameId) {
+    return uint64_t(1) << (static_cast<uint32_t>(nameId) & 63U);
 }
 
 // Tells the lookups cached in one run from those of older runs.
@@ -100,231 +42,24 @@ uint64_t nextRunId() {
     return ++lastRunId;
 }
 
-uint64_t nameBit(int32_t nameId) {
-    return uint64_t(1) << (static_cast<uint32_t>(nameId) & 63U);
+// An expression node's expression, of the type asked for; null for anything else.
+template <class Expression>
+Expression* expressionOf(const std::shared_ptr<IOMNode>& node) {
+    return node && node->getType() == OMType::Expression
+               ? dynamic_cast<Expression*>(node->getExpression().get())
+               : nullptr;
 }
 
 } // namespace
 
-// ---- values ----
-
-bool OMQuickValue::fromNode(const IOMNode& node, OMQuickValue& value) {
-    value.fType = node.getType();
-    switch (value.fType) {
-    case OMType::Undefined:
-    case OMType::Null:
-    case OMType::NaN:
-        value.fInt = 0;
-        break;
-    case OMType::Bool:
-        value.fBool = node.getBool();
-        break;
-    case OMType::Int:
-        value.fInt = node.getInt();
-        break;
-    case OMType::Float:
-        value.fFloat = node.getFloat();
-        break;
-    default:
-        return false;
-    }
-    return node.isResolved(RUN);
-}
-
-OMQuickValue OMQuickValue::fromNum(double number) {
-    OMQuickValue value;
-    if (std::isnan(number)) {
-        value.fType = OMType::NaN;
-    } else if (number >= INT_LOW && number < INT_HIGH &&
-               static_cast<double>(static_cast<OMInt>(number)) == number) {
-        value.fType = OMType::Int;
-        value.fInt = static_cast<OMInt>(number);
-    } else {
-        value.fType = OMType::Float;
-        value.fFloat = number;
-    }
-    return value;
-}
-
-OMQuickValue OMQuickValue::fromInt(OMInt number) {
-    OMQuickValue value;
-    value.fType = OMType::Int;
-    value.fInt = number;
-    return value;
-}
-
-OMQuickValue OMQuickValue::fromBool(bool truth) {
-    OMQuickValue value;
-    value.fType = OMType::Bool;
-    value.fBool = truth;
-    return value;
-}
-
-std::shared_ptr<OMStored> OMQuickValue::toNode() const {
-    switch (fType) {
-    case OMType::Null:
-        return OMStored::nullFactory();
-    case OMType::NaN:
-        return OMStored::nanFactory();
-    case OMType::Bool:
-        return OMStored::factory(fBool);
-    case OMType::Int:
-        return OMStored::factory(fInt);
-    case OMType::Float:
-        return OMStored::factory(fFloat);
-    default:
-        return OMStored::undefinedFactory();
-    }
-}
-
-bool OMQuickValue::storeInto(IOMNode& node) const {
-    switch (fType) {
-    case OMType::Null:
-        return node.setNull();
-    case OMType::NaN:
-        return node.setNaN();
-    case OMType::Bool:
-        return node.set(fBool);
-    case OMType::Int:
-        return node.set(fInt);
-    case OMType::Float:
-        return node.set(fFloat);
-    default:
-        return node.setUndefined();
-    }
-}
-
-double OMQuickValue::asNum() const {
-    switch (fType) {
-    case OMType::Bool:
-        return fBool ? 1.0 : 0.0;
-    case OMType::Int:
-        return static_cast<double>(fInt);
-    case OMType::Float:
-        return fFloat;
-    default:
-        return std::numeric_limits<double>::quiet_NaN();
-    }
-}
-
-bool OMQuickValue::asBool() const {
-    switch (fType) {
-    case OMType::Bool:
-        return fBool;
-    case OMType::Int:
-        return fInt != 0;
-    case OMType::Float:
-        return fFloat != 0.0;
-    default:
-        return false;
-    }
-}
-
-int64_t OMQuickValue::asBits() const {
-    const double number = asNum();
-    if (std::isnan(number) || number < INT_LOW || number >= INT_HIGH) {
-        return -1;
-    }
-    const auto whole = static_cast<int64_t>(std::floor(number));
-    return static_cast<double>(whole) == number ? whole : -1;
-}
-
-bool OMQuickValue::binary(BinOp op, const OMQuickValue& left, const OMQuickValue& right,
-                          OMQuickValue& result) {
-    switch (op) {
-    case ADD:
-        result = fromNum(left.asNum() + right.asNum());
-        return true;
-    case SUBTRACT:
-        result = fromNum(left.asNum() - right.asNum());
-        return true;
-    case MULTIPLY:
-        result = fromNum(left.asNum() * right.asNum());
-        return true;
-    case DIVIDE: {
-        // A division by zero is NaN, never an infinity.
-        const double divisor = right.asNum();
-        result = divisor == 0.0 ? fromNum(std::numeric_limits<double>::quiet_NaN())
-                                : fromNum(left.asNum() / divisor);
-        return true;
-    }
-    case COMPARE_LT:
-        result = fromBool(isLess(left, right));
-        return true;
-    case COMPARE_LE:
-        result = fromBool(isLess(left, right) || isEqual(left, right));
-        return true;
-    case COMPARE_GT:
-        result = fromBool(left.fType != OMType::NaN && right.fType != OMType::NaN && ! isLess(left, right) &&
-                          ! isEqual(left, right));
-        return true;
-    case COMPARE_GE:
-        result = fromBool(left.fType != OMType::NaN && right.fType != OMType::NaN && ! isLess(left, right));
-        return true;
-    case COMPARE_EQ:
-        result = fromBool(isEqual(left, right));
-        return true;
-    case COMPARE_NE:
-        result = fromBool(isBothNaN(left, right) || ! isEqual(left, right));
-        return true;
-    case COMPARE_IDENTICAL:
-        result = fromBool(isIdentical(left, right));
-        return true;
-    case COMPARE_NOT_IDENTICAL:
-        result = fromBool(isBothNaN(left, right) || ! isIdentical(left, right));
-        return true;
-    case BIT_AND: {
-        const int64_t bits = left.asBits();
-        result = fromInt(bits == 0 ? 0 : bits & right.asBits());
-        return true;
-    }
-    case BIT_OR: {
-        const int64_t bits = left.asBits();
-        result = fromInt(bits == -1 ? -1 : bits | right.asBits());
-        return true;
-    }
-    case BIT_XOR:
-        result = fromInt(left.asBits() ^ right.asBits());
-        return true;
-    case BOOL_AND:
-        result = fromBool(left.asBool() && right.asBool());
-        return true;
-    case BOOL_OR:
-        result = fromBool(left.asBool() || right.asBool());
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool OMQuickValue::unary(UnOp op, const OMQuickValue& operand, OMQuickValue& result) {
-    switch (op) {
-    case NEGATIVE:
-        result = fromNum(-operand.asNum());
-        return true;
-    case POSITIVE:
-        result = fromNum(operand.asNum());
-        return true;
-    case BOOL_NOT:
-        result = fromBool(! operand.asBool());
-        return true;
-    case BIT_NOT:
-        result = fromInt(~operand.asBits());
-        return true;
-    default:
-        return false;
-    }
-}
-
-// ---- compiling ----
-
-// What one outermost call shares with every call it makes.
+// What one outermost call, or one iteration of a loop, shares with every call it makes.
 struct OMQuickFunction::Run {
     const std::shared_ptr<Task>& fTask;     // whose deadline ends the run
     const std::shared_ptr<OMScope>& fScope; // where names that no frame has are looked up
     uint64_t fId;                           // tells this run's cached lookups from older ones
     int64_t fDepth;                         // script calls nested now
     uint32_t fCallsUntilCheck;              // calls left until the deadline is looked at
+    bool fHasWrittenElement;                // a loop's iteration changed a container: no way back
 };
 
 // One call: its function, its slots, and its callers, whose slots dynamic scoping reaches.
@@ -335,6 +70,8 @@ struct OMQuickFunction::Frame {
     uint64_t fCallerNames;            // the name bits of every caller's frame
     Run* fRun;                        // shared by all the frames of one outermost call
 };
+
+// ---- compiling ----
 
 std::shared_ptr<OMQuickFunction> OMQuickFunction::compile(const FunctionSignature& signature,
                                                           OMExpression& body) {
@@ -354,7 +91,8 @@ std::shared_ptr<OMQuickFunction> OMQuickFunction::compile(const FunctionSignatur
     for (const int32_t nameId : function->fSlotNames) {
         function->fNameMask |= nameBit(nameId);
     }
-    if (! function->compileExpression(body, true, function->fRoot) || ! function->isEveryCalleeFree()) {
+    if (! function->compileExpression(body, Place::STATEMENT, function->fRoot) ||
+        ! function->isEveryCalleeFree()) {
         return nullptr;
     }
     return function;
@@ -364,57 +102,89 @@ std::shared_ptr<OMQuickFunction> OMQuickFunction::compileLoop(const std::shared_
                                                               const std::shared_ptr<IOMNode>& body) {
     auto loop = std::make_shared<OMQuickFunction>();
     loop->fIsLoop = true;
-    if (! loop->compileNode(condition, false, loop->fCondition) ||
-        ! loop->compileNode(body, true, loop->fRoot) || ! loop->isEveryCalleeFree()) {
+    if (! loop->compileNode(condition, Place::OPERAND, loop->fCondition)) {
         return nullptr;
     }
-    for (const int32_t nameId : loop->fSlotNames) {
-        loop->fNameMask |= nameBit(nameId);
+    // The long way can take over at each statement of a block, so each may end with an element write.
+    auto* block = expressionOf<OMExpressionSequence>(body);
+    if (block != nullptr && (block->getBinOp() == SEMICOLON || block->getBinOp() == COMMA) &&
+        block->getNodeCount() > 0) {
+        for (size_t position = 0; position < block->getNodeCount(); ++position) {
+            uint32_t statement = 0;
+            if (! loop->compileNode(block->getNode(position), Place::LAST_ACT, statement)) {
+                return nullptr;
+            }
+            loop->fStatements.push_back(statement);
+        }
+    } else if (! loop->compileNode(body, Place::LAST_ACT, loop->fRoot)) {
+        return nullptr;
+    } else {
+        loop->fStatements.push_back(loop->fRoot);
+    }
+    if (! loop->isEveryCalleeFree()) {
+        return nullptr;
+    }
+    for (size_t slot = 0; slot < loop->fSlotNames.size(); ++slot) {
+        // A container whose elements change is no number to assign.
+        if (loop->fIsWritten[slot] && loop->fIsElementWritten[slot]) {
+            return nullptr;
+        }
+        loop->fNameMask |= nameBit(loop->fSlotNames[slot]);
+        if (loop->fIsWritten[slot]) {
+            loop->fAssignedSlots.push_back(static_cast<uint32_t>(slot));
+        }
     }
     return loop;
 }
 
-bool OMQuickFunction::compileNode(const std::shared_ptr<IOMNode>& node, bool isStatement, uint32_t& index) {
+bool OMQuickFunction::compileNode(const std::shared_ptr<IOMNode>& node, Place place, uint32_t& index) {
     if (node && node->getType() == OMType::Expression) {
+        // `return x` included: it is allowed where statements are.
         const std::shared_ptr<OMExpression> expression = node->getExpression();
-        return expression && compileExpression(*expression, isStatement, index);
+        return expression && compileExpression(*expression, place, index);
     }
     if (! node || node->isReturnValue()) {
         return false;
     }
     Op op;
     op.fCode = Code::CONSTANT;
-    if (! OMQuickValue::fromNode(*node, op.fConstant)) {
+    // A literal container is copied when evaluated: the long way does that.
+    if (! OMQuickValue::fromNode(node, op.fConstant) || op.fConstant.isContainer()) {
         return false;
     }
     index = add(std::move(op));
     return true;
 }
 
-bool OMQuickFunction::compileExpression(OMExpression& expression, bool isStatement, uint32_t& index) {
+bool OMQuickFunction::compileExpression(OMExpression& expression, Place place, uint32_t& index) {
+    const bool isStatement = place != Place::OPERAND;
     Op op;
     auto* unary = dynamic_cast<OMExpressionUnary*>(&expression);
     auto* binary = dynamic_cast<OMExpressionBinary*>(&expression);
     if ((unary != nullptr && unary->isIncrementOrDecrement()) ||
         (binary != nullptr && binary->getBinOp() == ASSIGN)) {
-        return fIsLoop && isStatement && compileWrite(expression, index);
+        return fIsLoop && isStatement && compileWrite(expression, place, index);
     }
     if (auto* name = dynamic_cast<OMExpressionLValueStr*>(&expression)) {
         return compileName(*name, index);
+    }
+    if (auto* element = dynamic_cast<OMExpressionLValueIndexByExpression*>(&expression)) {
+        return compileElement(*element, index);
     }
     if (unary != nullptr) {
         op.fCode = unary->getUnOp() == RETURN ? Code::RETURN : Code::UNARY;
         op.fOperator = unary->getUnOp();
         const bool isAllowed =
-            op.fCode == Code::RETURN ? ! fIsLoop && isStatement : isQuickUnary(op.fOperator);
-        if (! isAllowed || ! compileNode(unary->getOperand(), false, op.fFirst)) {
+            op.fCode == Code::RETURN ? ! fIsLoop && isStatement : OMQuickValue::isQuickUnary(op.fOperator);
+        if (! isAllowed || ! compileNode(unary->getOperand(), Place::OPERAND, op.fFirst)) {
             return false;
         }
     } else if (binary != nullptr) {
         op.fCode = Code::BINARY;
         op.fOperator = binary->getBinOp();
-        if (! isQuickBinary(op.fOperator) || ! compileNode(binary->getNode1(), false, op.fFirst) ||
-            ! compileNode(binary->getNode2(), false, op.fSecond)) {
+        if (! OMQuickValue::isQuickBinary(op.fOperator) ||
+            ! compileNode(binary->getNode1(), Place::OPERAND, op.fFirst) ||
+            ! compileNode(binary->getNode2(), Place::OPERAND, op.fSecond)) {
             return false;
         }
     } else if (auto* sequence = dynamic_cast<OMExpressionSequence*>(&expression)) {
@@ -425,15 +195,17 @@ bool OMQuickFunction::compileExpression(OMExpression& expression, bool isStateme
             nodes.push_back(sequence->getNode(position));
         }
         // A block is a statement list only where it stands as a statement.
-        return (isBlock ? isStatement : isQuickBinary(binOp)) && ! nodes.empty() &&
-               compileList(isBlock ? Code::BLOCK : Code::CHAIN, binOp, nodes, isBlock, index);
+        return (isBlock ? isStatement : OMQuickValue::isQuickBinary(binOp)) && ! nodes.empty() &&
+               compileList(isBlock ? Code::BLOCK : Code::CHAIN, binOp, nodes,
+                           isBlock ? place : Place::OPERAND, index);
     } else if (auto* ternary = dynamic_cast<OMExpressionTernary*>(&expression)) {
         op.fCode = Code::CHOICE;
         const TernOp ternOp = ternary->getTernOp();
+        const Place branchPlace = ternOp == IF ? place : Place::OPERAND;
         if ((ternOp != CONDITIONAL && (ternOp != IF || ! isStatement)) ||
-            ! compileNode(ternary->getNode1(), false, op.fFirst) ||
-            ! compileNode(ternary->getNode2(), isStatement, op.fSecond) ||
-            ! compileNode(ternary->getNode3(), isStatement, op.fThird)) {
+            ! compileNode(ternary->getNode1(), Place::OPERAND, op.fFirst) ||
+            ! compileNode(ternary->getNode2(), branchPlace, op.fSecond) ||
+            ! compileNode(ternary->getNode3(), branchPlace, op.fThird)) {
             return false;
         }
     } else {
@@ -449,7 +221,7 @@ bool OMQuickFunction::compileName(OMExpressionLValueStr& name, uint32_t& index) 
         return false;
     }
     if (name.getArgumentList()) {
-        if (! compileList(Code::CALL, 0, *name.getArgumentList(), false, index)) {
+        if (! compileList(Code::CALL, 0, *name.getArgumentList(), Place::OPERAND, index)) {
             return false;
         }
         fOps[index].fSlot = internName(identifier);
@@ -467,7 +239,18 @@ bool OMQuickFunction::compileName(OMExpressionLValueStr& name, uint32_t& index) 
     return true;
 }
 
-bool OMQuickFunction::compileWrite(OMExpression& expression, uint32_t& index) {
+bool OMQuickFunction::compileElement(OMExpressionLValueIndexByExpression& element, uint32_t& index) {
+    Op op;
+    op.fCode = Code::INDEX;
+    if (element.getArgumentList() || ! compileNode(element.getParent(), Place::OPERAND, op.fFirst) ||
+        ! compileNode(element.getIndexExpression(), Place::OPERAND, op.fSecond)) {
+        return false;
+    }
+    index = add(std::move(op));
+    return true;
+}
+
+bool OMQuickFunction::compileWrite(OMExpression& expression, Place place, uint32_t& index) {
     Op op;
     std::shared_ptr<IOMNode> target;
     if (auto* unary = dynamic_cast<OMExpressionUnary*>(&expression)) {
@@ -477,27 +260,38 @@ bool OMQuickFunction::compileWrite(OMExpression& expression, uint32_t& index) {
     } else if (auto* binary = dynamic_cast<OMExpressionBinary*>(&expression)) {
         op.fCode = Code::STORE;
         target = binary->getNode1();
-        if (! compileNode(binary->getNode2(), false, op.fFirst)) {
+        if (! compileNode(binary->getNode2(), Place::OPERAND, op.fFirst)) {
             return false;
         }
     }
-    const std::shared_ptr<OMExpression> targetExpression =
-        target && target->getType() == OMType::Expression ? target->getExpression() : nullptr;
-    auto* name = dynamic_cast<OMExpressionLValueStr*>(targetExpression.get());
+    OMExpressionLValueStr* name = expressionOf<OMExpressionLValueStr>(target);
+    if (auto* element = expressionOf<OMExpressionLValueIndexByExpression>(target)) {
+        // `name[key] = value`: once written, the element stays written, so nothing may follow.
+        name = expressionOf<OMExpressionLValueStr>(element->getParent());
+        if (op.fCode != Code::STORE || place != Place::LAST_ACT || element->getArgumentList() ||
+            ! compileNode(element->getIndexExpression(), Place::OPERAND, op.fSecond)) {
+            return false;
+        }
+        op.fCode = Code::STORE_ELEMENT;
+    }
     if (name == nullptr || name->getParent() || name->getArgumentList()) {
         return false;
     }
     op.fSlot = loopSlot(name->getName());
-    fIsWritten[static_cast<size_t>(op.fSlot)] = true;
+    const auto slot = static_cast<size_t>(op.fSlot);
+    (op.fCode == Code::STORE_ELEMENT ? fIsElementWritten : fIsWritten)[slot] = true;
     index = add(std::move(op));
     return true;
 }
 
 bool OMQuickFunction::compileList(Code code, int32_t op, const std::vector<std::shared_ptr<IOMNode>>& nodes,
-                                  bool isStatement, uint32_t& index) {
+                                  Place place, uint32_t& index) {
     std::vector<uint32_t> operands(nodes.size());
     for (size_t position = 0; position < nodes.size(); ++position) {
-        if (! compileNode(nodes[position], isStatement, operands[position])) {
+        // Only the last statement of a block may be the last act of the block.
+        const Place nodePlace =
+            place == Place::LAST_ACT && position + 1 < nodes.size() ? Place::STATEMENT : place;
+        if (! compileNode(nodes[position], nodePlace, operands[position])) {
             return false;
         }
     }
@@ -512,12 +306,8 @@ bool OMQuickFunction::compileList(Code code, int32_t op, const std::vector<std::
 }
 
 bool OMQuickFunction::isEveryCalleeFree() const {
-    for (const Op& op : fOps) {
-        if (op.fCode == Code::CALL && findSlot(op.fSlot) >= 0) {
-            return false;
-        }
-    }
-    return true;
+    return std::none_of(fOps.begin(), fOps.end(),
+                        [this](const Op& op) { return op.fCode == Code::CALL && findSlot(op.fSlot) >= 0; });
 }
 
 uint32_t OMQuickFunction::add(Op&& op) {
@@ -533,6 +323,7 @@ int32_t OMQuickFunction::loopSlot(const std::string& name) {
         fSlotNames.push_back(nameId);
         fLoopNames.push_back(name);
         fIsWritten.push_back(false);
+        fIsElementWritten.push_back(false);
     }
     return slot;
 }
@@ -546,11 +337,11 @@ int32_t OMQuickFunction::findSlot(int32_t nameId) const {
     return -1;
 }
 
-// ---- running ----
+// ---- calls ----
 
 bool OMQuickFunction::call(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                            const OMArgs& args, int64_t callDepth, std::shared_ptr<IOMNode>& out) const {
-    // A function whose values mostly aren't numbers would pay for every attempt in vain.
+    // Quick code whose values it mostly can't handle would pay for every attempt in vain.
     if (fAbandonCount > 8 && fAbandonCount > fDoneCount) {
         return false;
     }
@@ -558,12 +349,12 @@ bool OMQuickFunction::call(const std::shared_ptr<Task>& task, const std::shared_
     const size_t argumentCount = args ? std::min(args->size(), fParameterCount) : 0;
     for (size_t index = 0; index < argumentCount; ++index) {
         const std::shared_ptr<IOMNode>& argument = (*args)[index];
-        if (! argument || ! OMQuickValue::fromNode(*argument, slots[index])) {
+        if (! argument || ! OMQuickValue::fromNode(argument, slots[index])) {
             ++fAbandonCount;
             return false;
         }
     }
-    Run run{task, scope, nextRunId(), callDepth, CALLS_PER_DEADLINE_CHECK};
+    Run run{task, scope, nextRunId(), callDepth, CALLS_PER_DEADLINE_CHECK, false};
     OMQuickValue result;
     if (invoke(run, nullptr, slots.data(), result) == ABANDONED) {
         ++fAbandonCount;
@@ -572,77 +363,6 @@ bool OMQuickFunction::call(const std::shared_ptr<Task>& task, const std::shared_
     ++fDoneCount;
     out = result.toNode();
     return out != nullptr;
-}
-
-bool OMQuickFunction::runLoop(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
-                              int64_t callDepth) const {
-    constexpr uint32_t ITERATIONS_PER_YIELD_CHECK = 32;
-    if (fAbandonCount > 8 && fAbandonCount > fDoneCount) {
-        return false;
-    }
-    std::vector<std::shared_ptr<IOMNode>> written(fSlotNames.size());
-    std::vector<OMQuickValue> slots(fSlotNames.size());
-    if (! loadLoopSlots(scope, written, slots)) {
-        ++fAbandonCount;
-        return false;
-    }
-    std::vector<OMQuickValue> saved(slots.size());
-    Run run{task, scope, 0, callDepth, CALLS_PER_DEADLINE_CHECK};
-    const Frame frame{this, nullptr, slots.data(), 0, &run};
-    bool isFinished = false;
-    uint32_t iterationCount = 0;
-    for (;;) {
-        // An iteration that can't be run to its end leaves no trace: the long way runs it again.
-        std::copy(slots.begin(), slots.end(), saved.begin());
-        run.fId = nextRunId(); // the loop writes: what a callee looked up outside may have changed
-        OMQuickValue value;
-        if (eval(fRoot, frame, value) != VALUE || eval(fCondition, frame, value) != VALUE) {
-            std::copy(saved.begin(), saved.end(), slots.begin());
-            break;
-        }
-        ++iterationCount;
-        if (! value.asBool()) {
-            isFinished = true;
-            break;
-        }
-        if (iterationCount % ITERATIONS_PER_YIELD_CHECK == 0 && task->isYieldDue()) {
-            break;
-        }
-    }
-    bool allStored = true;
-    for (size_t slot = 0; slot < written.size(); ++slot) {
-        if (written[slot] && ! slots[slot].storeInto(*written[slot])) {
-            allStored = false;
-        }
-    }
-    ++(iterationCount > 0 ? fDoneCount : fAbandonCount);
-    return isFinished && allStored;
-}
-
-bool OMQuickFunction::loadLoopSlots(const std::shared_ptr<OMScope>& scope,
-                                    std::vector<std::shared_ptr<IOMNode>>& written,
-                                    std::vector<OMQuickValue>& slots) const {
-    for (size_t slot = 0; slot < slots.size(); ++slot) {
-        const std::string& name = fLoopNames[slot];
-        std::shared_ptr<IOMNode> node;
-        if (! fIsWritten[slot]) {
-            if (! scope->accessOMNodeReadOnlyResolved(scope, nullptr, name, node) || ! node ||
-                ! OMQuickValue::fromNode(*node, slots[slot])) {
-                return false;
-            }
-            continue;
-        }
-        // A variable of the scope's own that nothing else holds (the map and `node`): its value may live in
-        // the slot, since nobody could see the node change.
-        if (scope->isDataStructure() || (scope->getPermissions(name) & OMStored::PERMISSION_WRITE) == 0 ||
-            ! scope->OMStored::accessOMNodeReadOnlyResolved(nullptr, nullptr, name, node) || ! node ||
-            node.use_count() != 2 || node->getDataStructureParent() ||
-            ! OMQuickValue::fromNode(*node, slots[slot])) {
-            return false;
-        }
-        written[slot] = std::move(node);
-    }
-    return true;
 }
 
 OMQuickFunction::Flow OMQuickFunction::invoke(Run& run, const Frame* caller, OMQuickValue* slots,
@@ -663,6 +383,123 @@ OMQuickFunction::Flow OMQuickFunction::invoke(Run& run, const Frame* caller, OMQ
     --run.fDepth;
     return flow == ABANDONED ? ABANDONED : VALUE;
 }
+
+// ---- loops ----
+
+OMQuickFunction::LoopStop OMQuickFunction::runLoop(const std::shared_ptr<Task>& task,
+                                                   const std::shared_ptr<OMScope>& scope, int64_t callDepth,
+                                                   size_t& statementIndex) const {
+    if (fAbandonCount > 8 && fAbandonCount > fDoneCount) {
+        return LOOP_AT_BODY;
+    }
+    std::vector<std::shared_ptr<IOMNode>> written(fSlotNames.size());
+    std::vector<OMQuickValue> slots(fSlotNames.size());
+    if (! loadLoopSlots(scope, written, slots)) {
+        ++fAbandonCount;
+        return LOOP_AT_BODY;
+    }
+    std::vector<OMQuickValue> saved(fAssignedSlots.size());
+    Run run{task, scope, 0, callDepth, CALLS_PER_DEADLINE_CHECK, false};
+    const Frame frame{this, nullptr, slots.data(), 0, &run};
+    LoopStop stop = LOOP_AT_BODY;
+    uint32_t iterationCount = 0;
+    while (runIteration(frame, saved, stop, statementIndex)) {
+        ++iterationCount;
+        if (iterationCount % ITERATIONS_PER_YIELD_CHECK == 0 && task->isYieldDue()) {
+            break;
+        }
+    }
+    bool allStored = true;
+    for (size_t slot = 0; slot < written.size(); ++slot) {
+        if (written[slot] && ! slots[slot].storeInto(*written[slot])) {
+            allStored = false;
+        }
+    }
+    ++(iterationCount > 0 || stop != LOOP_AT_BODY ? fDoneCount : fAbandonCount);
+    if (! allStored) {
+        LOG_ERROR("SANITY_CHECK failed: 'allStored' evaluates to false");
+    }
+    return stop;
+}
+
+bool OMQuickFunction::runIteration(const Frame& frame, std::vector<OMQuickValue>& saved, LoopStop& stop,
+                                   size_t& statementIndex) const {
+    // Until an element is written, an iteration that can't be run to its end leaves no trace: the long way
+    // runs it again. After that, the long way goes on from where this one stopped.
+    Run& run = *frame.fRun;
+    saveSlots(frame, saved);
+    run.fId = nextRunId(); // the loop writes: what a callee looked up outside may have changed
+    run.fHasWrittenElement = false;
+    OMQuickValue value;
+    for (statementIndex = 0; statementIndex < fStatements.size(); ++statementIndex) {
+        if (run.fHasWrittenElement) {
+            saveSlots(frame, saved);
+        }
+        if (eval(fStatements[statementIndex], frame, value) != VALUE) {
+            restoreSlots(frame, saved);
+            stop = run.fHasWrittenElement ? LOOP_AT_STATEMENT : LOOP_AT_BODY;
+            return false;
+        }
+    }
+    if (eval(fCondition, frame, value) != VALUE) {
+        if (! run.fHasWrittenElement) {
+            restoreSlots(frame, saved);
+        }
+        stop = run.fHasWrittenElement ? LOOP_AT_CONDITION : LOOP_AT_BODY;
+        return false;
+    }
+    stop = value.asBool() ? LOOP_AT_BODY : LOOP_FINISHED;
+    return stop == LOOP_AT_BODY;
+}
+
+void OMQuickFunction::saveSlots(const Frame& frame, std::vector<OMQuickValue>& saved) const {
+    for (size_t position = 0; position < fAssignedSlots.size(); ++position) {
+        saved[position] = frame.fSlots[fAssignedSlots[position]];
+    }
+}
+
+void OMQuickFunction::restoreSlots(const Frame& frame, const std::vector<OMQuickValue>& saved) const {
+    for (size_t position = 0; position < fAssignedSlots.size(); ++position) {
+        frame.fSlots[fAssignedSlots[position]] = saved[position];
+    }
+}
+
+bool OMQuickFunction::loadLoopSlots(const std::shared_ptr<OMScope>& scope,
+                                    std::vector<std::shared_ptr<IOMNode>>& written,
+                                    std::vector<OMQuickValue>& slots) const {
+    for (size_t slot = 0; slot < slots.size(); ++slot) {
+        const std::string& name = fLoopNames[slot];
+        std::shared_ptr<IOMNode> node;
+        if (! fIsWritten[slot] && ! fIsElementWritten[slot]) {
+            if (! scope->accessOMNodeReadOnlyResolved(scope, nullptr, name, node) || ! node ||
+                ! OMQuickValue::fromNode(node, slots[slot])) {
+                return false;
+            }
+            continue;
+        }
+        // A variable of the scope's own, as a write finds it. One that is assigned holds a plain value that
+        // nothing else holds (the map and `node`), so nobody could see it change. One whose elements are
+        // written holds a container that is no data structure, whose new elements have no parent to tell.
+        if (scope->isDataStructure() || (scope->getPermissions(name) & OMStored::PERMISSION_WRITE) == 0 ||
+            ! scope->OMStored::accessOMNodeReadOnlyResolved(nullptr, nullptr, name, node) || ! node ||
+            node->getDataStructureParent() || ! OMQuickValue::fromNode(node, slots[slot])) {
+            return false;
+        }
+        const bool isFit =
+            fIsWritten[slot]
+                ? node.use_count() == 2 && slots[slot].isPlain()
+                : slots[slot].isContainer() && node->getOMStoredRaw() != nullptr && ! node->isDataStructure();
+        if (! isFit) {
+            return false;
+        }
+        if (fIsWritten[slot]) {
+            written[slot] = std::move(node);
+        }
+    }
+    return true;
+}
+
+// ---- evaluation ----
 
 OMQuickFunction::Flow OMQuickFunction::eval(uint32_t index, const Frame& frame, OMQuickValue& out) const {
     const Op& op = fOps[index];
@@ -724,20 +561,28 @@ OMQuickFunction::Flow OMQuickFunction::eval(uint32_t index, const Frame& frame, 
     }
     case Code::RETURN:
         return eval(op.fFirst, frame, out) == VALUE ? RETURNED : ABANDONED;
+    case Code::INDEX:
+        return evalElement(op, frame, out);
     case Code::STORE:
-        if (eval(op.fFirst, frame, out) != VALUE) {
+        // An assigned variable holds plain values only (see loadLoopSlots).
+        if (eval(op.fFirst, frame, out) != VALUE || ! out.isPlain()) {
             return ABANDONED;
         }
         frame.fSlots[op.fSlot] = out;
         return VALUE;
     case Code::STEP:
         return evalStep(op, frame, out);
+    case Code::STORE_ELEMENT:
+        return evalStoreElement(op, frame, out);
     }
     return ABANDONED;
 }
 
 OMQuickFunction::Flow OMQuickFunction::evalStep(const Op& op, const Frame& frame, OMQuickValue& out) const {
     OMQuickValue& variable = frame.fSlots[op.fSlot];
+    if (! variable.isPlain()) {
+        return ABANDONED;
+    }
     const bool isIncrement = op.fOperator == PRE_INCREMENT || op.fOperator == POST_INCREMENT;
     const OMQuickValue old = variable;
     variable = OMQuickValue::fromNum(old.asNum() + (isIncrement ? 1 : -1));
@@ -766,7 +611,7 @@ OMQuickFunction::Flow OMQuickFunction::evalFree(const Op& op, const Frame& frame
     if (op.fCacheRun != run.fId) {
         std::shared_ptr<IOMNode> node;
         if (! run.fScope->accessOMNodeReadOnlyResolved(run.fScope, nullptr, op.fName, node) || ! node ||
-            ! OMQuickValue::fromNode(*node, op.fCachedValue)) {
+            ! OMQuickValue::fromNode(node, op.fCachedValue)) {
             return ABANDONED;
         }
         op.fCacheRun = run.fId;
@@ -813,6 +658,60 @@ OMQuickFunction::Flow OMQuickFunction::evalCall(const Op& op, const Frame& frame
         }
     }
     return callee->invoke(*frame.fRun, &frame, slots.data(), out);
+}
+
+bool OMQuickFunction::accessElement(const Frame& frame, const OMQuickValue& container,
+                                    const OMQuickValue& key, AccessType accessType,
+                                    std::shared_ptr<IOMNode>& element) {
+    // A whole number picks an element, anything else names a member by its text.
+    if (! container.isContainer() || container.fNode->getOMStoredRaw() == nullptr) {
+        return false;
+    }
+    const std::shared_ptr<OMScope>& scope = frame.fRun->fScope;
+    if (key.fType == OMType::Int && key.fInt >= 0) {
+        return container.fNode->accessOMNodeResolved(scope, nullptr, accessType,
+                                                     static_cast<uint64_t>(key.fInt), element);
+    }
+    const std::shared_ptr<IOMNode> keyNode = key.fNode ? key.fNode : key.toNode();
+    return ! key.isContainer() &&
+           container.fNode->accessOMNodeResolved(scope, nullptr, accessType, keyNode->getAsString(), element);
+}
+
+OMQuickFunction::Flow OMQuickFunction::evalElement(const Op& op, const Frame& frame,
+                                                   OMQuickValue& out) const {
+    // A missing element is reported by the long way.
+    OMQuickValue container;
+    OMQuickValue key;
+    std::shared_ptr<IOMNode> element;
+    return eval(op.fFirst, frame, container) == VALUE && eval(op.fSecond, frame, key) == VALUE &&
+                   accessElement(frame, container, key, GET, element) && element &&
+                   OMQuickValue::fromNode(element, out)
+               ? VALUE
+               : ABANDONED;
+}
+
+OMQuickFunction::Flow OMQuickFunction::evalStoreElement(const Op& op, const Frame& frame,
+                                                        OMQuickValue& out) const {
+    // Everything is read before anything is written, so that an abandoned write leaves no trace.
+    OMQuickValue key;
+    if (eval(op.fSecond, frame, key) != VALUE || eval(op.fFirst, frame, out) != VALUE || out.isContainer()) {
+        return ABANDONED;
+    }
+    std::shared_ptr<IOMNode> element;
+    if (! accessElement(frame, frame.fSlots[op.fSlot], key, SET, element) || ! element) {
+        return ABANDONED;
+    }
+    // Only an element that was there already can have a parent: it is found, not made, and the long way
+    // writes it through its parent.
+    if (element->getDataStructureParent()) {
+        return ABANDONED;
+    }
+    frame.fRun->fHasWrittenElement = true;
+    const std::shared_ptr<IOMNode> value = out.toNode();
+    if (! value || ! element->set(value)) {
+        LOG_ERROR("SANITY_CHECK failed: 'element->set(value)' evaluates to false");
+    }
+    return VALUE;
 }
 
 } // namespace Brw

@@ -6,56 +6,34 @@
 #include <vector>
 
 #include "BrwParser/BrwIOMNode.h"
+#include "BrwParser/BrwOMQuickValue.h"
 
 namespace Brw {
 
 class OMExpression;
-class OMStored;
 
-// A number, a truth value or an empty value, held without a node: what a quick function computes with. The
-// operations give exactly what the operators of the language give on nodes of these types.
-struct OMQuickValue {
-    OMType fType = OMType::Undefined;
-    union {
-        OMInt fInt;
-        OMFloat fFloat;
-        bool fBool;
-    };
-
-    OMQuickValue() : fInt(0) {}
-    // False when `node` holds a value of another type, or one that isn't final.
-    static bool fromNode(const IOMNode& node, OMQuickValue& value);
-    // A whole number in range is an Int, NaN is NaN, anything else a Float: as a node stores a number.
-    static OMQuickValue fromNum(double number);
-    static OMQuickValue fromInt(OMInt number);
-    static OMQuickValue fromBool(bool truth);
-    std::shared_ptr<OMStored> toNode() const;
-    // Gives `node` this value; false when the node refuses.
-    [[nodiscard]] bool storeInto(IOMNode& node) const;
-
-    double asNum() const;
-    bool asBool() const;
-    int64_t asBits() const;
-
-    // The operators that have a meaning on these types; false for the others.
-    static bool binary(BinOp op, const OMQuickValue& left, const OMQuickValue& right, OMQuickValue& result);
-    static bool unary(UnOp op, const OMQuickValue& operand, OMQuickValue& result);
-};
-
-// The body of a function that only reads, compiled once into a small tree over quick values, with its
-// parameters in slots. Calls among such functions need no nodes, scopes or lookups of names by text, which
-// is most of what a call costs otherwise. Anything the tree can't do with quick values (a text, a container,
-// a function that isn't quick) abandons the whole call, which is harmless because nothing was written: the
-// slower paths then make it from its start.
+// Quick code: a function body that only reads, or a loop, compiled once into a small tree over quick values
+// with its names in slots. Calls among such functions need no nodes, scopes or lookups of names by text, and
+// a loop's iterations keep its variables in slots; that is most of what they cost otherwise. Anything the
+// tree can't do (a value it can't hold, a function that isn't quick, a lookup that fails) abandons the
+// call or the iteration before it has changed anything that anybody could see, and the slower paths then
+// make it from its start.
 class OMQuickFunction {
 public:
-    // Null when the body uses anything beyond numbers, names, the operators, `?:`, `if`, `return`, blocks
-    // and calls by name, or names "this" or "arguments".
-    static std::shared_ptr<OMQuickFunction> compile(const FunctionSignature& signature, OMExpression& body);
+    // Where a loop's quick run stopped, and where the long way goes on.
+    enum LoopStop : uint8_t {
+        LOOP_FINISHED,     // the condition is false
+        LOOP_AT_BODY,      // the condition is true, and the body is due
+        LOOP_AT_STATEMENT, // the body is due from one of its statements on
+        LOOP_AT_CONDITION, // the body ran, and the condition is due
+    };
 
-    // A loop whose condition only reads and whose body makes plain writes to variables (assignments of what
-    // only reads, increments, `if`), compiled the same way with every name it uses in a slot. Null when it
-    // has anything else.
+    // Null when the body uses anything beyond values, names, the operators, `?:`, `if`, `return`, blocks,
+    // elements read by `a[i]` and calls by name, or names "this" or "arguments".
+    static std::shared_ptr<OMQuickFunction> compile(const FunctionSignature& signature, OMExpression& body);
+    // A loop whose condition only reads and whose body writes numbers to variables (assignments, increments)
+    // and values to elements of containers in variables (`m[k] = v`, only as the last act of a statement
+    // of its own); null when it has anything else.
     static std::shared_ptr<OMQuickFunction> compileLoop(const std::shared_ptr<IOMNode>& condition,
                                                         const std::shared_ptr<IOMNode>& body);
 
@@ -63,12 +41,12 @@ public:
     // changed, when the call must be made another way.
     bool call(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope, const OMArgs& args,
               int64_t callDepth, std::shared_ptr<IOMNode>& out) const;
-    // Runs iterations of such a loop in `scope`, whose condition was just found true: whole iterations,
-    // each the body and then the condition, until the condition is false (true) or the slice is over or an
-    // iteration can't be run quickly (false: the condition is true and the next body is due). The variables
-    // it writes live in slots meanwhile: only variables of the scope's own that nothing else holds.
-    bool runLoop(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
-                 int64_t callDepth) const;
+    // Runs iterations of such a loop in `scope`, whose condition was just found true, each the body and then
+    // the condition, until the condition is false, the slice is over or something can't be done quickly;
+    // `statementIndex` tells the statement of LOOP_AT_STATEMENT. The variables it writes live in slots
+    // meanwhile: only variables of the scope's own that nothing else holds.
+    LoopStop runLoop(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
+                     int64_t callDepth, size_t& statementIndex) const;
 
 private:
     enum class Code : uint8_t {
@@ -82,9 +60,14 @@ private:
         BLOCK,
         CHOICE,
         RETURN,
+        INDEX,
         STORE,
-        STEP
+        STEP,
+        STORE_ELEMENT,
     };
+    // Where an expression stands: an operand gives a value; a statement may write; the last act of a
+    // loop's statement may also write to an element, which can't be undone.
+    enum class Place : uint8_t { OPERAND, STATEMENT, LAST_ACT };
     enum Flow : uint8_t { VALUE, RETURNED, ABANDONED };
     static constexpr size_t MAX_SLOTS = 8;
 
@@ -93,25 +76,25 @@ private:
         int32_t fOperator = 0;             // the BinOp or UnOp
         uint32_t fFirst = 0;               // first operand; for lists, the first index into fLists
         uint32_t fSecond = 0;              // second operand; for lists, their count
-        uint32_t fThird = 0;               // the branch not taken when the condition is false
-        int32_t fSlot = -1;                // a parameter's slot, or the interned name
+        uint32_t fThird = 0;               // the branch taken when the condition is false
+        int32_t fSlot = -1;                // a slot, or the interned name
         OMQuickValue fConstant;            // the value of a constant
         std::string fName;                 // a free name or the callee's name
-        mutable uint64_t fCacheRun = 0;    // the outermost call that filled the cache
-        mutable OMQuickValue fCachedValue; // a free name's value in the caller's scope
+        mutable uint64_t fCacheRun = 0;    // the run that filled the cache
+        mutable OMQuickValue fCachedValue; // a free name's value in the outermost scope
         mutable const OMQuickFunction* fCachedCallee = nullptr; // a callee found there
     };
     struct Run;
     struct Frame;
 
-    // Adds the op of `node` (a value or an expression); false when it has none. Writes and returns may only
-    // be statements.
-    bool compileNode(const std::shared_ptr<IOMNode>& node, bool isStatement, uint32_t& index);
-    bool compileExpression(OMExpression& expression, bool isStatement, uint32_t& index);
+    // Adds the op of `node` (a value or an expression); false when it has none.
+    bool compileNode(const std::shared_ptr<IOMNode>& node, Place place, uint32_t& index);
+    bool compileExpression(OMExpression& expression, Place place, uint32_t& index);
     bool compileName(class OMExpressionLValueStr& name, uint32_t& index);
-    bool compileWrite(OMExpression& expression, uint32_t& index);
-    bool compileList(Code code, int32_t op, const std::vector<std::shared_ptr<IOMNode>>& nodes,
-                     bool isStatement, uint32_t& index);
+    bool compileElement(class OMExpressionLValueIndexByExpression& element, uint32_t& index);
+    bool compileWrite(OMExpression& expression, Place place, uint32_t& index);
+    bool compileList(Code code, int32_t op, const std::vector<std::shared_ptr<IOMNode>>& nodes, Place place,
+                     uint32_t& index);
     // No call names a slot: its value is plain, and calling a plain value gives the value (the long way).
     bool isEveryCalleeFree() const;
     uint32_t add(Op&& op);
@@ -122,27 +105,41 @@ private:
     // Reads a loop's variables into slots; false when one is missing or can't live in a slot.
     bool loadLoopSlots(const std::shared_ptr<OMScope>& scope, std::vector<std::shared_ptr<IOMNode>>& written,
                        std::vector<OMQuickValue>& slots) const;
+    // Copies the assigned slots of a loop, and puts them back: how an iteration is undone.
+    void saveSlots(const Frame& frame, std::vector<OMQuickValue>& saved) const;
+    void restoreSlots(const Frame& frame, const std::vector<OMQuickValue>& saved) const;
+    // One iteration of a loop: false when it stopped, with `stop` and `statementIndex` set.
+    bool runIteration(const Frame& frame, std::vector<OMQuickValue>& saved, LoopStop& stop,
+                      size_t& statementIndex) const;
 
     Flow eval(uint32_t index, const Frame& frame, OMQuickValue& out) const;
     Flow evalStep(const Op& op, const Frame& frame, OMQuickValue& out) const;
     Flow evalFree(const Op& op, const Frame& frame, OMQuickValue& out) const;
     Flow evalCall(const Op& op, const Frame& frame, OMQuickValue& out) const;
+    Flow evalElement(const Op& op, const Frame& frame, OMQuickValue& out) const;
+    Flow evalStoreElement(const Op& op, const Frame& frame, OMQuickValue& out) const;
+    // The element `key` picks in `container`, read or made, as `a[i]` picks it.
+    static bool accessElement(const Frame& frame, const OMQuickValue& container, const OMQuickValue& key,
+                              AccessType accessType, std::shared_ptr<IOMNode>& element);
     // The callee of a call by name: a caller's parameter of that name is a plain value, which abandons.
     const OMQuickFunction* findCallee(const Op& op, const Frame& frame) const;
     Flow invoke(Run& run, const Frame* caller, OMQuickValue* slots, OMQuickValue& out) const;
 
-    std::vector<Op> fOps;                // the tree, children before parents
-    std::vector<uint32_t> fLists;        // operands of calls, chains and blocks
-    uint32_t fRoot = 0;                  // the body
-    std::vector<int32_t> fSlotNames;     // interned names of the parameters, then the locals
-    bool fIsLoop = false;                // every name has a slot, and writes are allowed
-    uint32_t fCondition = 0;             // a loop's condition
-    std::vector<std::string> fLoopNames; // a loop's names by slot
-    std::vector<bool> fIsWritten;        // a loop's slots that it writes
-    size_t fParameterCount = 0;          // how many slots the arguments fill
-    uint64_t fNameMask = 0;              // a bit per slot name: a frame that can't have a name is skipped
-    mutable uint64_t fAbandonCount = 0;  // calls abandoned, and calls done: a function that keeps
-    mutable uint64_t fDoneCount = 0;     // abandoning isn't tried any more
+    std::vector<Op> fOps;                 // the tree, children before parents
+    std::vector<uint32_t> fLists;         // operands of calls, chains and blocks
+    uint32_t fRoot = 0;                   // the body
+    std::vector<int32_t> fSlotNames;      // interned names of the parameters, then the locals
+    size_t fParameterCount = 0;           // how many slots the arguments fill
+    uint64_t fNameMask = 0;               // a bit per slot name: a frame that can't have a name is skipped
+    bool fIsLoop = false;                 // every name has a slot, and writes are allowed
+    uint32_t fCondition = 0;              // a loop's condition
+    std::vector<uint32_t> fStatements;    // a loop body's statements, where the long way can take over
+    std::vector<std::string> fLoopNames;  // a loop's names by slot
+    std::vector<bool> fIsWritten;         // a loop's slots that it assigns
+    std::vector<uint32_t> fAssignedSlots; // the same as a list
+    std::vector<bool> fIsElementWritten;  // a loop's slots whose container it writes to
+    mutable uint64_t fAbandonCount = 0;   // runs abandoned, and runs done: quick code that keeps
+    mutable uint64_t fDoneCount = 0;      // abandoning isn't tried any more
 };
 
 } // namespace Brw
