@@ -1,7 +1,8 @@
 #include "BrwParser/BrwOMQuickFunction.h"
 
 #include <algorithm>
-#include <array>
+#include <memory>
+#include <new>
 #include <unordered_map>
 
 #include "BrwLogger/BrwCheck.h"
@@ -49,6 +50,23 @@ Expression* expressionOf(const std::shared_ptr<IOMNode>& node) {
                ? dynamic_cast<Expression*>(node->getExpression().get())
                : nullptr;
 }
+
+// The slots of one call on the native stack: only as many values as the callee has are made and destroyed.
+template <size_t CAPACITY>
+class SlotArray {
+public:
+    explicit SlotArray(size_t count) : fCount(std::min(count, CAPACITY)) {
+        std::uninitialized_default_construct_n(data(), fCount);
+    }
+    ~SlotArray() { std::destroy_n(data(), fCount); }
+    SlotArray(const SlotArray&) = delete;
+    SlotArray& operator=(const SlotArray&) = delete;
+    OMQuickValue* data() { return std::launder(reinterpret_cast<OMQuickValue*>(fStorage)); }
+
+private:
+    alignas(OMQuickValue) unsigned char fStorage[CAPACITY * sizeof(OMQuickValue)]; // room for the values
+    size_t fCount;                                                                 // values made
+};
 
 } // namespace
 
@@ -345,11 +363,11 @@ bool OMQuickFunction::call(const std::shared_ptr<Task>& task, const std::shared_
     if (fAbandonCount > 8 && fAbandonCount > fDoneCount) {
         return false;
     }
-    std::array<OMQuickValue, MAX_SLOTS> slots;
+    SlotArray<MAX_SLOTS> slots(fSlotNames.size());
     const size_t argumentCount = args ? std::min(args->size(), fParameterCount) : 0;
     for (size_t index = 0; index < argumentCount; ++index) {
         const std::shared_ptr<IOMNode>& argument = (*args)[index];
-        if (! argument || ! OMQuickValue::fromNode(argument, slots[index])) {
+        if (! argument || ! OMQuickValue::fromNode(argument, slots.data()[index])) {
             ++fAbandonCount;
             return false;
         }
@@ -647,14 +665,14 @@ OMQuickFunction::Flow OMQuickFunction::evalCall(const Op& op, const Frame& frame
     if (callee == nullptr) {
         return ABANDONED;
     }
-    std::array<OMQuickValue, MAX_SLOTS> slots;
+    SlotArray<MAX_SLOTS> slots(callee->fSlotNames.size());
     for (uint32_t position = 0; position < op.fSecond; ++position) {
         OMQuickValue argument;
         if (eval(fLists[op.fFirst + position], frame, argument) != VALUE) {
             return ABANDONED;
         }
         if (position < callee->fParameterCount) {
-            slots[position] = argument;
+            slots.data()[position] = std::move(argument);
         }
     }
     return callee->invoke(*frame.fRun, &frame, slots.data(), out);
