@@ -14,6 +14,7 @@
 #include "BrwParser/BrwOMStoredTest.h"
 #include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwLiteralsTest.h"
+#include "BrwParser/BrwOMQuickValueTest.h"
 #include "BrwParser/BrwStreamTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
 #include "BrwTask/BrwParseScriptTaskTest.h"
@@ -41,6 +42,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<ReferencePathTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<StreamTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<LiteralsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<OMQuickValueTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<BuiltinsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
