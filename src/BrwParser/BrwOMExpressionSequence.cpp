@@ -57,7 +57,7 @@ void OMExpressionSequence::resolve_yielding(const std::shared_ptr<Task>& task, b
         // Only the last value of a block counts: holding the others would keep a variable's node shared
         // while later statements run (a loop then couldn't write it in place).
         frame->value.reset();
-        if (fBinOp == COMMA || fBinOp == SEMICOLON) {
+        if (phase == RUN && (fBinOp == COMMA || fBinOp == SEMICOLON)) {
             resolution.fResolvedNodes->clear();
         }
         YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->value, accessType, (*fNodes)[frame->index], scope,
