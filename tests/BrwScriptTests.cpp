@@ -1,7 +1,8 @@
 // The language, end to end: every tests/scripts/*.bwq runs through the standard-input mode of the real
 // program, and its standard output must be exactly the `// expect: ` lines of the script, in order; each
 // `// expect error: ` text must appear on standard error, in order. Then the same corpus, mutated, runs
-// in-process under a time-out: malformed input must never crash or hang the interpreter.
+// in-process under a time-out: malformed input must never crash or hang the interpreter. The corpus and
+// generated programs also run in-process with the quick and frameless paths on and off, which must agree.
 
 #include <gtest/gtest.h>
 
@@ -77,7 +78,8 @@ public:
         size_t from = 0;
         for (const std::string& error : expectations(text, "// expect error: ")) {
             const size_t at = result.standardError.find(error, from);
-            EXPECT_NE(at, std::string::npos) << "missing error \"" << error << "\" in:\n" << result.standardError;
+            EXPECT_NE(at, std::string::npos) << "missing error \"" << error << "\" in:\n"
+                                             << result.standardError;
             from = at == std::string::npos ? from : at + error.size();
         }
     }
@@ -132,9 +134,157 @@ TEST(DirectEvaluationTest, SameOutputAndErrorsAsTheResumablePath) {
     }
 }
 
+// Small random programs over the values and operators where the quick and frameless paths differ most
+// from the resumable one: numbers of both kinds, NaN, truth values, the empty values, texts; functions
+// that call each other and recurse on a counter; loops that assign, step and write elements. The map is
+// only indexed, and a loop reads only its counter: a text that took in its own text would double in
+// length at every step.
+class ProgramGenerator {
+public:
+    explicit ProgramGenerator(uint32_t seed) : fRandom(seed) {}
+
+    std::string program() {
+        std::string text = "g1 = 4; g2 = \"x\";\n";
+        fFunctions.clear();
+        const int functionCount = pick(1, 4);
+        for (int index = 0; index < functionCount; ++index) {
+            text += function(index);
+        }
+        const std::vector<std::string> globals = {"g1", "g2"};
+        for (int index = pick(2, 5); index > 0; --index) {
+            text += "[" + expression(globals, 0) + ", " + expression(globals, 0) + "]\n";
+        }
+        for (int index = pick(1, 3); index > 0; --index) {
+            text += loop();
+        }
+        return text;
+    }
+
+private:
+    int pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(fRandom); }
+    template <class Item>
+    const Item& oneOf(const std::vector<Item>& items) {
+        return items[static_cast<size_t>(pick(0, static_cast<int>(items.size()) - 1))];
+    }
+
+    std::string expression(const std::vector<std::string>& names, int depth) {
+        static const std::vector<std::string> values = {
+            "0",     "1",    "-3",        "7",      "2.5",    "-0.5", "true",
+            "false", "null", "undefined", "\"12\"", "\"ab\"", "\"\"", "9007199254740993",
+            "1e300", "(0/0)"};
+        static const std::vector<std::string> binaries = {
+            "+", "-", "*", "/", "<", "<=", ">", ">=", "==", "!=", "===", "!==", "&", "|", "^", "&&", "||"};
+        static const std::vector<std::string> unaries = {"-", "!", "~", "+"};
+        const int choice = depth > 3 ? 0 : pick(0, 9);
+        if (choice <= 2) {
+            return ! names.empty() && pick(0, 1) == 0 ? oneOf(names) : oneOf(values);
+        }
+        if (choice <= 5) {
+            return "(" + expression(names, depth + 1) + " " + oneOf(binaries) + " " +
+                   expression(names, depth + 1) + ")";
+        }
+        if (choice == 6) {
+            // In parentheses: "-" before "-3" would read as a decrement.
+            return oneOf(unaries) + "(" + expression(names, depth + 1) + ")";
+        }
+        if (choice == 7) {
+            return "(" + expression(names, depth + 1) + " ? " + expression(names, depth + 1) + " : " +
+                   expression(names, depth + 1) + ")";
+        }
+        if (choice == 8 && ! fFunctions.empty()) {
+            // The first argument of every function is its recursion counter.
+            const auto& [name, parameterCount] = oneOf(fFunctions);
+            std::string call = name + "(" + std::to_string(pick(0, 3));
+            for (int index = pick(0, parameterCount); index > 0; --index) {
+                call += ", " + expression(names, depth + 1);
+            }
+            return call + ")";
+        }
+        return "m[" + expression(names, depth + 1) + "]";
+    }
+
+    std::string function(int index) {
+        const std::string name = "f" + std::to_string(index);
+        const int parameterCount = pick(0, 2);
+        std::vector<std::string> names = {"g1", "g2"};
+        std::string parameters = "n";
+        for (int parameter = 0; parameter < parameterCount; ++parameter) {
+            names.push_back("p" + std::to_string(parameter));
+            parameters += ", p" + std::to_string(parameter);
+        }
+        std::string body = "if (!(n > 0)) return " + expression(names, 0) + "; ";
+        for (int statement = pick(0, 2); statement > 0; --statement) {
+            body += pick(0, 1) == 0
+                        ? "if (" + expression(names, 0) + ") return " + expression(names, 0) + "; "
+                        : expression(names, 0) + "; ";
+        }
+        body += "return " + name + "(n - 1" + (parameterCount > 0 ? ", " + expression(names, 0) : "") +
+                ") + " + expression(names, 0) + ";";
+        fFunctions.emplace_back(name, parameterCount);
+        return "function " + name + "(" + parameters + ") { " + body + " };\n";
+    }
+
+    std::string loop() {
+        const std::vector<std::string> names = {"i", "g1"};
+        std::string body;
+        for (int statement = pick(1, 4); statement > 0; --statement) {
+            switch (pick(0, 5)) {
+            case 0:
+                body += "s = " + expression(names, 0) + "; ";
+                break;
+            case 1:
+                body += "t = t + " + expression(names, 0) + "; ";
+                break;
+            case 2:
+                body += "m[\"k\" + " + expression(names, 0) + "] = " + expression(names, 0) + "; ";
+                break;
+            case 3:
+                body += "list[i] = " + expression(names, 0) + "; ";
+                break;
+            case 4:
+                body += "if (" + expression(names, 0) + ") s = " + expression(names, 0) + "; else t++; ";
+                break;
+            default:
+                body += expression(names, 0) + "; ";
+                break;
+            }
+        }
+        return "i = 0; s = 0; t = 1; m = {\"a\": 1}; list = [5, 6];\nwhile (i < " +
+               std::to_string(pick(0, 30)) + ") { " + body + "i++ };\n[i, s, t, length(keys(m)), list]\n";
+    }
+
+    std::mt19937 fRandom;                                // the same programs on every run
+    std::vector<std::pair<std::string, int>> fFunctions; // defined so far, with their parameter counts
+};
+
+// Generated programs give the same output and script errors with and without the quick and frameless
+// paths.
+TEST(DirectEvaluationTest, GeneratedProgramsGiveTheSameOutput) {
+    const std::filesystem::path home = BrwTests::isolatedHome();
+    ProgramGenerator generator(20261122);
+    for (int index = 0; index < 80; ++index) {
+        const std::string text = generator.program();
+        std::string outputs[2];
+        std::string errors[2];
+        for (int isDirect = 0; isDirect < 2; ++isDirect) {
+            const std::string errorFile = (home / ("generated-errors-" + std::to_string(isDirect))).string();
+            std::filesystem::remove(errorFile);
+            Brw::ScriptErrorLog::setFile(errorFile);
+            Brw::OMExpression::setDirectEvaluation(isDirect == 1);
+            outputs[isDirect] = runInProcess(text, 30000000);
+            errors[isDirect] = readFile(errorFile);
+        }
+        Brw::OMExpression::setDirectEvaluation(true);
+        Brw::ScriptErrorLog::setFile("");
+        EXPECT_EQ(outputs[1], outputs[0]) << text;
+        EXPECT_EQ(errors[1], errors[0]) << text;
+    }
+}
+
 TEST(ScriptFuzzTest, MutatedCorpusNeverCrashesOrHangs) {
     std::mt19937 random(20261121);
-    const std::string errorFile = (std::filesystem::path(BrwTests::isolatedHome()) / "fuzz-errors.txt").string();
+    const std::string errorFile =
+        (std::filesystem::path(BrwTests::isolatedHome()) / "fuzz-errors.txt").string();
     Brw::ScriptErrorLog::setFile(errorFile);
     int runs = 0;
     for (const auto& script : corpus()) {
@@ -188,7 +338,7 @@ int main(int argc, char** argv) {
     BrwTests::isolateHome();
     char programName[] = "brw_scripttests";
     char* coordinatorArgs[] = {programName, nullptr};
-    if (!Brw::InternalCoordinator::init(1, coordinatorArgs)) {
+    if (! Brw::InternalCoordinator::init(1, coordinatorArgs)) {
         fprintf(stderr, "the coordinator did not start\n");
         return 1;
     }
@@ -198,7 +348,7 @@ int main(int argc, char** argv) {
     }
     int result = RUN_ALL_TESTS();
     Brw::tearDown();
-    if (!Brw::verifyNoObjectLeft()) {
+    if (! Brw::verifyNoObjectLeft()) {
         result = 1;
     }
     return result;
