@@ -200,7 +200,8 @@ private:
             }
             return call + ")";
         }
-        return "m[" + expression(names, depth + 1) + "]";
+        static const std::vector<std::string> fixedElements = {"m.a", "m.b", "m[1]", "list[1]"};
+        return pick(0, 1) == 0 ? "m[" + expression(names, depth + 1) + "]" : oneOf(fixedElements);
     }
 
     std::string function(int index) {

@@ -116,6 +116,7 @@ public:
                       const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                       std::shared_ptr<IOMNode>& optionalNewValue) override;
     Kind getExpressionKind() const override { return LVALUE_INDEX; }
+    uint64_t getIndex() const { return fIndex; }
     uint64_t hash() const override;
     std::string toString() const override;
 

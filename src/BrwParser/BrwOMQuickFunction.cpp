@@ -184,10 +184,19 @@ bool OMQuickFunction::compileExpression(OMExpression& expression, Place place, u
         return fIsLoop && isStatement && compileWrite(expression, place, index);
     }
     if (auto* name = dynamic_cast<OMExpressionLValueStr*>(&expression)) {
-        return compileName(*name, index);
+        // `parent.name` reads the member as `parent["name"]` reads it.
+        return name->getParent() && ! name->getArgumentList()
+                   ? compileRead(name->getParent(), OMStored::factory(name->getName()), index)
+                   : compileName(*name, index);
     }
     if (auto* element = dynamic_cast<OMExpressionLValueIndexByExpression*>(&expression)) {
-        return compileElement(*element, index);
+        return ! element->getArgumentList() &&
+               compileRead(element->getParent(), element->getIndexExpression(), index);
+    }
+    if (auto* fixed = dynamic_cast<OMExpressionLValueIndex*>(&expression)) {
+        const auto position = static_cast<OMInt>(fixed->getIndex());
+        return ! fixed->getArgumentList() && position >= 0 &&
+               compileRead(fixed->getParent(), OMStored::factory(position), index);
     }
     if (unary != nullptr) {
         op.fCode = unary->getUnOp() == RETURN ? Code::RETURN : Code::UNARY;
@@ -257,11 +266,12 @@ bool OMQuickFunction::compileName(OMExpressionLValueStr& name, uint32_t& index) 
     return true;
 }
 
-bool OMQuickFunction::compileElement(OMExpressionLValueIndexByExpression& element, uint32_t& index) {
+bool OMQuickFunction::compileRead(const std::shared_ptr<IOMNode>& container,
+                                  const std::shared_ptr<IOMNode>& key, uint32_t& index) {
     Op op;
     op.fCode = Code::INDEX;
-    if (element.getArgumentList() || ! compileNode(element.getParent(), Place::OPERAND, op.fFirst) ||
-        ! compileNode(element.getIndexExpression(), Place::OPERAND, op.fSecond)) {
+    if (! compileNode(container, Place::OPERAND, op.fFirst) ||
+        ! compileNode(key, Place::OPERAND, op.fSecond)) {
         return false;
     }
     index = add(std::move(op));

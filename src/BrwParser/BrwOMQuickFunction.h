@@ -29,7 +29,8 @@ public:
     };
 
     // Null when the body uses anything beyond values, names, the operators, `?:`, `if`, `return`, blocks,
-    // elements read by `a[i]` and calls by name, or names "this" or "arguments".
+    // elements and members read (`a[i]`, `a[2]`, `a.name`) and calls by name, or names "this" or
+    // "arguments".
     static std::shared_ptr<OMQuickFunction> compile(const FunctionSignature& signature, OMExpression& body);
     // A loop whose condition only reads and whose body writes numbers to variables (assignments, increments)
     // and values to elements of containers in variables (`m[k] = v`, only as the last act of a statement
@@ -91,7 +92,9 @@ private:
     bool compileNode(const std::shared_ptr<IOMNode>& node, Place place, uint32_t& index);
     bool compileExpression(OMExpression& expression, Place place, uint32_t& index);
     bool compileName(class OMExpressionLValueStr& name, uint32_t& index);
-    bool compileElement(class OMExpressionLValueIndexByExpression& element, uint32_t& index);
+    // An element of `container` read by `key`: `a[i]`, `a[2]`, `a.name`.
+    bool compileRead(const std::shared_ptr<IOMNode>& container, const std::shared_ptr<IOMNode>& key,
+                     uint32_t& index);
     bool compileWrite(OMExpression& expression, Place place, uint32_t& index);
     bool compileList(Code code, int32_t op, const std::vector<std::shared_ptr<IOMNode>>& nodes, Place place,
                      uint32_t& index);
