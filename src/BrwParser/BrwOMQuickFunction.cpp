@@ -550,10 +550,11 @@ OMQuickFunction::Flow OMQuickFunction::eval(uint32_t index, const Frame& frame, 
                    : ABANDONED;
     }
     case Code::BINARY: {
-        OMQuickValue left;
-        OMQuickValue right;
-        return eval(op.fFirst, frame, left) == VALUE && eval(op.fSecond, frame, right) == VALUE &&
-                       OMQuickValue::binary(static_cast<BinOp>(op.fOperator), left, right, out)
+        OMQuickValue leftScratch;
+        OMQuickValue rightScratch;
+        const OMQuickValue* left = operand(op.fFirst, frame, leftScratch);
+        const OMQuickValue* right = left != nullptr ? operand(op.fSecond, frame, rightScratch) : nullptr;
+        return right != nullptr && OMQuickValue::binary(static_cast<BinOp>(op.fOperator), *left, *right, out)
                    ? VALUE
                    : ABANDONED;
     }
@@ -563,9 +564,10 @@ OMQuickFunction::Flow OMQuickFunction::eval(uint32_t index, const Frame& frame, 
             return ABANDONED;
         }
         for (uint32_t position = 1; position < op.fSecond; ++position) {
-            OMQuickValue right;
-            if (eval(fLists[op.fFirst + position], frame, right) != VALUE ||
-                ! OMQuickValue::binary(static_cast<BinOp>(op.fOperator), out, right, out)) {
+            OMQuickValue scratch;
+            const OMQuickValue* right = operand(fLists[op.fFirst + position], frame, scratch);
+            if (right == nullptr ||
+                ! OMQuickValue::binary(static_cast<BinOp>(op.fOperator), out, *right, out)) {
                 return ABANDONED;
             }
         }
@@ -604,6 +606,19 @@ OMQuickFunction::Flow OMQuickFunction::eval(uint32_t index, const Frame& frame, 
         return evalStoreElement(op, frame, out);
     }
     return ABANDONED;
+}
+
+const OMQuickValue* OMQuickFunction::operand(uint32_t index, const Frame& frame,
+                                             OMQuickValue& scratch) const {
+    // A slot or a constant is read where it is, without a copy.
+    const Op& op = fOps[index];
+    if (op.fCode == Code::LOCAL) {
+        return &frame.fSlots[op.fSlot];
+    }
+    if (op.fCode == Code::CONSTANT) {
+        return &op.fConstant;
+    }
+    return eval(index, frame, scratch) == VALUE ? &scratch : nullptr;
 }
 
 OMQuickFunction::Flow OMQuickFunction::evalStep(const Op& op, const Frame& frame, OMQuickValue& out) const {

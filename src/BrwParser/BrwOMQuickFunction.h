@@ -116,6 +116,9 @@ private:
                       size_t& statementIndex) const;
 
     Flow eval(uint32_t index, const Frame& frame, OMQuickValue& out) const;
+    // The value of an operand, evaluated into `scratch` when it is neither a slot nor a constant; null when
+    // abandoned. It stays valid until the next write to a slot.
+    const OMQuickValue* operand(uint32_t index, const Frame& frame, OMQuickValue& scratch) const;
     Flow evalStep(const Op& op, const Frame& frame, OMQuickValue& out) const;
     Flow evalFree(const Op& op, const Frame& frame, OMQuickValue& out) const;
     Flow evalCall(const Op& op, const Frame& frame, OMQuickValue& out) const;
