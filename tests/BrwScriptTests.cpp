@@ -109,6 +109,23 @@ std::string runInProcess(const std::string& text, int64_t timeoutMicroseconds = 
     return output->getText();
 }
 
+// Runs a text twice, in-process: the output and script errors of the resumable path alone go to index 0,
+// those with the quick and frameless paths to index 1.
+void runBothWays(const std::string& text, const std::filesystem::path& home, std::string (&outputs)[2],
+                 std::string (&errors)[2]) {
+    for (int isDirect = 0; isDirect < 2; ++isDirect) {
+        const std::string errorFile = (home / ("direct-errors-" + std::to_string(isDirect))).string();
+        std::filesystem::remove(errorFile);
+        Brw::ScriptErrorLog::setFile(errorFile);
+        Brw::OMExpression::setDirectEvaluation(isDirect == 1);
+        // The long way is slow under the sanitizers: a generous time-out, which no script comes near.
+        outputs[isDirect] = runInProcess(text, 30000000);
+        errors[isDirect] = readFile(errorFile);
+    }
+    Brw::OMExpression::setDirectEvaluation(true);
+    Brw::ScriptErrorLog::setFile("");
+}
+
 // Expressions that can't wait are evaluated without frames; the resumable path must give the same
 // output and the same script errors for every script of the corpus.
 TEST(DirectEvaluationTest, SameOutputAndErrorsAsTheResumablePath) {
@@ -117,17 +134,7 @@ TEST(DirectEvaluationTest, SameOutputAndErrorsAsTheResumablePath) {
         const std::string text = readFile(script);
         std::string outputs[2];
         std::string errors[2];
-        for (int isDirect = 0; isDirect < 2; ++isDirect) {
-            const std::string errorFile = (home / ("direct-errors-" + std::to_string(isDirect))).string();
-            std::filesystem::remove(errorFile);
-            Brw::ScriptErrorLog::setFile(errorFile);
-            Brw::OMExpression::setDirectEvaluation(isDirect == 1);
-            // The long way is slow under the sanitizers: a generous time-out, which no script comes near.
-            outputs[isDirect] = runInProcess(text, 30000000);
-            errors[isDirect] = readFile(errorFile);
-        }
-        Brw::OMExpression::setDirectEvaluation(true);
-        Brw::ScriptErrorLog::setFile("");
+        runBothWays(text, home, outputs, errors);
         EXPECT_EQ(outputs[1], outputs[0]) << script;
         EXPECT_EQ(errors[1], errors[0]) << script;
         EXPECT_FALSE(outputs[1].empty()) << script;
@@ -267,16 +274,7 @@ TEST(DirectEvaluationTest, GeneratedProgramsGiveTheSameOutput) {
         const std::string text = generator.program();
         std::string outputs[2];
         std::string errors[2];
-        for (int isDirect = 0; isDirect < 2; ++isDirect) {
-            const std::string errorFile = (home / ("generated-errors-" + std::to_string(isDirect))).string();
-            std::filesystem::remove(errorFile);
-            Brw::ScriptErrorLog::setFile(errorFile);
-            Brw::OMExpression::setDirectEvaluation(isDirect == 1);
-            outputs[isDirect] = runInProcess(text, 30000000);
-            errors[isDirect] = readFile(errorFile);
-        }
-        Brw::OMExpression::setDirectEvaluation(true);
-        Brw::ScriptErrorLog::setFile("");
+        runBothWays(text, home, outputs, errors);
         EXPECT_EQ(outputs[1], outputs[0]) << text;
         EXPECT_EQ(errors[1], errors[0]) << text;
     }

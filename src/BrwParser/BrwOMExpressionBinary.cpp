@@ -144,9 +144,8 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
                 YIELDING_CALL(bodyBlock()->getFrom_yielding(task, frame->body, accessType, scope, phase,
                                                             frame->statementIndex));
             } else {
-                YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->body, accessType,
-                                                               fBinOp == WHILE ? fNode2 : fNode1, scope,
-                                                               phase, KEEP_RETURN_VALUE));
+                YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->body, accessType, loopBody(),
+                                                               scope, phase, KEEP_RETURN_VALUE));
             }
             SANITY_CHECK(frame->body);
             if (!frame->body->isResolved(phase)) {
@@ -170,9 +169,8 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
                 YIELDING_FINISH;
             }
         }
-        YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->condition, accessType,
-                                                       fBinOp == WHILE ? fNode1 : fNode2, scope, phase,
-                                                       KEEP_RETURN_VALUE));
+        YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->condition, accessType, loopCondition(),
+                                                       scope, phase, KEEP_RETURN_VALUE));
         SANITY_CHECK(frame->condition);
     }
     YIELDING_END;
@@ -186,15 +184,14 @@ OMQuickFunction::LoopStop OMExpressionBinary::runQuickLoop(const std::shared_ptr
     }
     if (! fIsQuickLoopTried) {
         fIsQuickLoopTried = true;
-        fQuickLoop = fBinOp == WHILE ? OMQuickFunction::compileLoop(fNode1, fNode2)
-                                     : OMQuickFunction::compileLoop(fNode2, fNode1);
+        fQuickLoop = OMQuickFunction::compileLoop(loopCondition(), loopBody());
     }
     return fQuickLoop ? fQuickLoop->runLoop(task, scope, OMStored::getCallDepth(), statementIndex)
                       : OMQuickFunction::LOOP_AT_BODY;
 }
 
 OMExpressionSequence* OMExpressionBinary::bodyBlock() const {
-    const std::shared_ptr<IOMNode>& body = fBinOp == WHILE ? fNode2 : fNode1;
+    const std::shared_ptr<IOMNode>& body = loopBody();
     return body && body->getType() == OMType::Expression
                ? dynamic_cast<OMExpressionSequence*>(body->getExpression().get())
                : nullptr;

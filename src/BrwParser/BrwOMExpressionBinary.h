@@ -72,6 +72,9 @@ private:
     // true; says where the long way goes on.
     OMQuickFunction::LoopStop runQuickLoop(const std::shared_ptr<Task>& task,
                                            const std::shared_ptr<OMScope>& scope, size_t& statementIndex);
+    // The parts of a loop: a do-loop has its body first.
+    const std::shared_ptr<IOMNode>& loopCondition() const { return fBinOp == WHILE ? fNode1 : fNode2; }
+    const std::shared_ptr<IOMNode>& loopBody() const { return fBinOp == WHILE ? fNode2 : fNode1; }
     // A loop's body as a block; null when it is none.
     class OMExpressionSequence* bodyBlock() const;
     // Writes the assigned value back through the data-structure parent of the target.

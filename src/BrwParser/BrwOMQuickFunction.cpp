@@ -369,8 +369,7 @@ int32_t OMQuickFunction::findSlot(int32_t nameId) const {
 
 bool OMQuickFunction::call(const std::shared_ptr<Task>& task, const std::shared_ptr<OMScope>& scope,
                            const OMArgs& args, int64_t callDepth, std::shared_ptr<IOMNode>& out) const {
-    // Quick code whose values it mostly can't handle would pay for every attempt in vain.
-    if (fAbandonCount > 8 && fAbandonCount > fDoneCount) {
+    if (! isWorthTrying()) {
         return false;
     }
     SlotArray<MAX_SLOTS> slots(fSlotNames.size());
@@ -417,7 +416,7 @@ OMQuickFunction::Flow OMQuickFunction::invoke(Run& run, const Frame* caller, OMQ
 OMQuickFunction::LoopStop OMQuickFunction::runLoop(const std::shared_ptr<Task>& task,
                                                    const std::shared_ptr<OMScope>& scope, int64_t callDepth,
                                                    size_t& statementIndex) const {
-    if (fAbandonCount > 8 && fAbandonCount > fDoneCount) {
+    if (! isWorthTrying()) {
         return LOOP_AT_BODY;
     }
     std::vector<std::shared_ptr<IOMNode>> written(fSlotNames.size());
@@ -633,21 +632,30 @@ OMQuickFunction::Flow OMQuickFunction::evalStep(const Op& op, const Frame& frame
     return VALUE;
 }
 
+const OMQuickValue* OMQuickFunction::findInCallers(int32_t nameId, const Frame& frame) {
+    if ((frame.fCallerNames & nameBit(nameId)) == 0) {
+        return nullptr;
+    }
+    // Frames of one function have the same names: a recursion is looked at once.
+    const OMQuickFunction* checked = nullptr;
+    for (const Frame* caller = frame.fCaller; caller != nullptr; caller = caller->fCaller) {
+        if (caller->fFunction == checked) {
+            continue;
+        }
+        checked = caller->fFunction;
+        const int32_t slot = checked->findSlot(nameId);
+        if (slot >= 0) {
+            return &caller->fSlots[slot];
+        }
+    }
+    return nullptr;
+}
+
 OMQuickFunction::Flow OMQuickFunction::evalFree(const Op& op, const Frame& frame, OMQuickValue& out) const {
     // Dynamic scoping: a caller's parameter of that name comes first, then the scope of the outermost call.
-    if ((frame.fCallerNames & nameBit(op.fSlot)) != 0) {
-        const OMQuickFunction* checked = nullptr;
-        for (const Frame* caller = frame.fCaller; caller != nullptr; caller = caller->fCaller) {
-            if (caller->fFunction == checked) {
-                continue;
-            }
-            checked = caller->fFunction;
-            const int32_t slot = checked->findSlot(op.fSlot);
-            if (slot >= 0) {
-                out = caller->fSlots[slot];
-                return VALUE;
-            }
-        }
+    if (const OMQuickValue* callerValue = findInCallers(op.fSlot, frame)) {
+        out = *callerValue;
+        return VALUE;
     }
     // Nothing writes during a run, so one lookup per run will do.
     Run& run = *frame.fRun;
@@ -664,12 +672,8 @@ OMQuickFunction::Flow OMQuickFunction::evalFree(const Op& op, const Frame& frame
 }
 
 const OMQuickFunction* OMQuickFunction::findCallee(const Op& op, const Frame& frame) const {
-    if ((frame.fCallerNames & nameBit(op.fSlot)) != 0) {
-        for (const Frame* caller = frame.fCaller; caller != nullptr; caller = caller->fCaller) {
-            if (caller->fFunction->findSlot(op.fSlot) >= 0) {
-                return nullptr;
-            }
-        }
+    if (findInCallers(op.fSlot, frame) != nullptr) {
+        return nullptr;
     }
     Run& run = *frame.fRun;
     if (op.fCacheRun != run.fId) {

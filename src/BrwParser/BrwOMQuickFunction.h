@@ -127,6 +127,10 @@ private:
     // The element `key` picks in `container`, read or made, as `a[i]` picks it.
     static bool accessElement(const Frame& frame, const OMQuickValue& container, const OMQuickValue& key,
                               AccessType accessType, std::shared_ptr<IOMNode>& element);
+    // The slot of a caller's frame that has the name, as dynamic scoping finds it; null when none has.
+    static const OMQuickValue* findInCallers(int32_t nameId, const Frame& frame);
+    // Quick code whose values it mostly can't handle would pay for every attempt in vain.
+    bool isWorthTrying() const { return fAbandonCount <= 8 || fAbandonCount <= fDoneCount; }
     // The callee of a call by name: a caller's parameter of that name is a plain value, which abandons.
     const OMQuickFunction* findCallee(const Op& op, const Frame& frame) const;
     Flow invoke(Run& run, const Frame* caller, OMQuickValue* slots, OMQuickValue& out) const;

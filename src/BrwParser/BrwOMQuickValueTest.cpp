@@ -64,6 +64,17 @@ std::string caseText(int32_t op, const IOMNode& left, const IOMNode* right) {
            (right != nullptr ? " and " + right->toString() : "");
 }
 
+// 1, logged, when the quick result isn't what the node operator gave; else 0.
+int mismatch(const OMQuickValue& result, const IOMNode& expected, const std::string& what) {
+    const std::shared_ptr<IOMNode> quick = result.toNode();
+    if (isSameValue(*quick, expected)) {
+        return 0;
+    }
+    LOG_ERROR("quick result differs: " + what + " gives " + quick->toString() + ", not " +
+              expected.toString());
+    return 1;
+}
+
 } // namespace
 
 bool OMQuickValueTest::test() {
@@ -95,11 +106,7 @@ bool OMQuickValueTest::testBinaryOperators() {
                     const std::shared_ptr<IOMNode> expected =
                         OMNode::binaryOperation(static_cast<BinOp>(op), *left, KEEP_NODE, *right, KEEP_NODE);
                     SANITY_CHECK(expected);
-                    if (! isSameValue(*result.toNode(), *expected)) {
-                        LOG_ERROR("quick result differs: " + caseText(op, *left, right.get()) + " gives " +
-                                  result.toNode()->toString() + ", not " + expected->toString());
-                        ++mismatchCount;
-                    }
+                    mismatchCount += mismatch(result, *expected, caseText(op, *left, right.get()));
                 }
             }
         }
@@ -125,11 +132,7 @@ bool OMQuickValueTest::testUnaryOperators() {
                 const std::shared_ptr<IOMNode> expected =
                     OMNode::unaryOperation(static_cast<UnOp>(op), *operand, KEEP_NODE);
                 SANITY_CHECK(expected);
-                if (! isSameValue(*result.toNode(), *expected)) {
-                    LOG_ERROR("quick result differs: " + caseText(op, *operand, nullptr) + " gives " +
-                              result.toNode()->toString() + ", not " + expected->toString());
-                    ++mismatchCount;
-                }
+                mismatchCount += mismatch(result, *expected, caseText(op, *operand, nullptr));
             }
         }
         CHECK_EQUAL(mismatchCount, 0);
