@@ -170,7 +170,6 @@ bool InternalCoordinator::runStartupScript() {
         LOG_TRACE_F("startup script task started: %s", fStartupScriptFilePath.c_str());
         std::shared_ptr<OMStored> node = OMStored::undefinedFactory();
         std::shared_ptr<IOMNode> result;
-        // The task's name makes the check text of a refused run: 'evalScriptTask->runToCompletion()'.
         if (! CallTask::call("evalScriptTask", [&](const std::shared_ptr<Task>& task) {
                 node->evalScript_yielding(task, result, fCoordinatorScope, fStartupScriptFilePath,
                                           UNWRAP_RETURN_VALUE);

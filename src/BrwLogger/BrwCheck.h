@@ -3,41 +3,51 @@
 // The check macros. Every function that uses them has one result variable that starts at its failing
 // value, its body in one `do { ... } while (false)` block and one return behind it. A failed check logs the
 // source text of its argument with the enclosing function's signature; SANITY_CHECK and the ASSIGN family
-// then leave the block by `break`, VERIFY and EXPECTED go on.
+// then leave the block by `break`, VERIFY and EXPECTED go on, and SANITY_CHECKED is the check as a value,
+// for the places that must do something of their own when it fails.
 //
-// NOTE: `break` leaves the innermost loop, switch or block. A check inside an inner loop leaves only that
-// loop: test the result after it. Inside a resumable function (BrwTask/BrwYielding.h) a failed check also
-// marks the frame finished, so the function ends at its next step boundary at the latest.
+// A `break` leaves only the innermost loop, so a resumable function (BrwTask/BrwYielding.h) can't use the
+// leaving forms: they don't compile there, and its YIELDING_CHECK and YIELDING_ASSIGN forms end the whole
+// function from wherever they stand.
 
 #include <memory>
 
 #include "BrwLogger/BrwLogger.h"
 #include "BrwUtils/BrwUtils.h"
 
-// Found by name lookup: the step macros of resumable functions declare a local of this name that points
-// at the frame's step; everywhere else this null constant is found and the test folds away.
-inline constexpr int32_t* brwYieldingStep_ = nullptr;
+// Found by name lookup: YIELDING_BEGIN declares a local of this name that is true.
+inline constexpr bool brwIsResumableBody_ = false;
 
 #define BRW_CHECK_LEAVE_                                                                                     \
     {                                                                                                        \
-        if (brwYieldingStep_ != nullptr) {                                                                   \
-            *brwYieldingStep_ = -1;                                                                          \
-        }                                                                                                    \
+        static_assert(! brwIsResumableBody_, "a resumable function checks with the YIELDING_ forms");        \
         break;                                                                                               \
     }
 
 #define BRW_LOG_ERROR_(text) ::Brw::Logger::logError(__FILE__, __LINE__, __PRETTY_FUNCTION__, text)
 
+// The reports of the checks, shared by the leaving forms here and the resumable forms.
+#define BRW_REPORT_SANITY_CHECK_(condition)                                                                  \
+    BRW_LOG_ERROR_("SANITY_CHECK failed: '" #condition "' evaluates to false")
+#define BRW_REPORT_ASSIGN_(variable, value) BRW_LOG_ERROR_("ASSIGN failed: '" #variable " = " #value ";'")
+#define BRW_REPORT_ASSIGN_TYPED_(type, variable, value)                                                      \
+    BRW_LOG_ERROR_("ASSIGN_TYPED failed: '" #type " " #variable " = " #value ";'")
+#define BRW_REPORT_ASSIGN_CONST_TYPED_(type, variable, value)                                                \
+    BRW_LOG_ERROR_("ASSIGN_CONST_TYPED failed: '" #type " " #variable " = " #value ";'")
+
 #define SANITY_CHECK(condition)                                                                              \
     if (! (condition)) {                                                                                     \
-        BRW_LOG_ERROR_("SANITY_CHECK failed: '" #condition "' evaluates to false");                          \
+        BRW_REPORT_SANITY_CHECK_(condition);                                                                 \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \
         ((void)0)
 
+// The check as a value: true when `condition` holds; otherwise the report of SANITY_CHECK, and false.
+#define SANITY_CHECKED(condition) ((condition) ? true : (BRW_REPORT_SANITY_CHECK_(condition), false))
+
 #define ASSIGN(variable, value)                                                                              \
     if (! ((variable) = (value))) {                                                                          \
-        BRW_LOG_ERROR_("ASSIGN failed: '" #variable " = " #value ";'");                                      \
+        BRW_REPORT_ASSIGN_(variable, value);                                                                 \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \
         ((void)0)
@@ -45,7 +55,7 @@ inline constexpr int32_t* brwYieldingStep_ = nullptr;
 #define ASSIGN_TYPED(type, variable, value)                                                                  \
     std::shared_ptr<type> variable = std::dynamic_pointer_cast<type>(value);                                 \
     if (! variable) {                                                                                        \
-        BRW_LOG_ERROR_("ASSIGN_TYPED failed: '" #type " " #variable " = " #value ";'");                      \
+        BRW_REPORT_ASSIGN_TYPED_(type, variable, value);                                                     \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \
         ((void)0)
@@ -53,7 +63,7 @@ inline constexpr int32_t* brwYieldingStep_ = nullptr;
 #define ASSIGN_CONST_TYPED(type, variable, value)                                                            \
     std::shared_ptr<const type> variable = std::dynamic_pointer_cast<const type>(value);                     \
     if (! variable) {                                                                                        \
-        BRW_LOG_ERROR_("ASSIGN_CONST_TYPED failed: '" #type " " #variable " = " #value ";'");                \
+        BRW_REPORT_ASSIGN_CONST_TYPED_(type, variable, value);                                               \
         BRW_CHECK_LEAVE_                                                                                     \
     } else                                                                                                   \
         ((void)0)

@@ -1217,7 +1217,7 @@ void ExpressionParser::function_yielding(const TaskPtr& task, bool& success, Nod
     }
     stream->next();
     frame->signature = std::make_shared<FunctionSignature>();
-    SANITY_CHECK(frame->signature->addParameter(frame->name));
+    YIELDING_CHECK(frame->signature->addParameter(frame->name));
     YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
     while (success && frame->c != ')') {
         YIELDING_CALL(parseExpression_yielding(task, success, frame->parameter, stream, parenNesting + 1,
@@ -1258,7 +1258,7 @@ void ExpressionParser::function_yielding(const TaskPtr& task, bool& success, Nod
         YIELDING_FINISH;
     }
     if (frame->body->getType() == OMType::Expression && frame->body->getExpression()) {
-        SANITY_CHECK(frame->body->getExpression()->scanForLocalVariables(frame->signature, false));
+        YIELDING_CHECK(frame->body->getExpression()->scanForLocalVariables(frame->signature, false));
         result = OMStored::factory(frame->signature, frame->body->getExpression());
     } else {
         // A body that is no expression (empty, or a constant) does nothing when called.
@@ -1362,7 +1362,7 @@ void ExpressionParser::fold_yielding(const TaskPtr& task, bool& success, NodePtr
                 {
                     auto holder =
                         std::dynamic_pointer_cast<OMExpressionTernary>(frame->next->getExpression());
-                    SANITY_CHECK(holder);
+                    YIELDING_CHECK(holder);
                     frame->yes = holder->getNode2();
                     frame->no = holder->getNode3();
                 }

@@ -55,7 +55,7 @@ void IOStreamPrompted::readLine_yielding(const std::shared_ptr<Task>& task, std:
         bool isLineEnded = false; // a line end or the end of input came
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(fNestedInputStream);
+    YIELDING_CHECK(fNestedInputStream);
     showPromptWhenDue(task);
     while (! frame->isLineEnded) {
         YIELDING_CALL(fNestedInputStream->getChar_yielding(task, frame->c));
@@ -175,7 +175,7 @@ int IOStreamPrompted::getChar() {
 void IOStreamPrompted::getChar_yielding(const std::shared_ptr<Task>& task, int& c) {
     struct LocalVariableState : OMFunctionState {};
     YIELDING_BEGIN(LocalVariableState, frame, c = NOTHING_YET);
-    SANITY_CHECK(fNestedInputStream);
+    YIELDING_CHECK(fNestedInputStream);
     if (fLineReadPos >= fLine.size() && ! fNestedInputStream->atEOF()) {
         task->setWaitingForInput(true);
         YIELDING_CALL(readLine_yielding(task, fLine));

@@ -166,10 +166,10 @@ void MatchNode::traverse_yielding(const TaskPtr& task, bool& done, const ScopePt
     }
     // The segment may span no level at all: then it matches right here.
     if (! fNext) {
-        SANITY_CHECK(acceptMatch(omNode.shared_from_this(), accessType, setOMNode));
+        YIELDING_CHECK(acceptMatch(omNode.shared_from_this(), accessType, setOMNode));
     } else if (isDescendable(omNode.getType())) {
         YIELDING_CALL(fNext->traverse_yielding(task, frame->subDone, scope, omNode, accessType, setOMNode));
-        SANITY_CHECK(! isChainFailed());
+        YIELDING_CHECK(! isChainFailed());
     }
     done = true;
     YIELDING_END;

@@ -55,7 +55,7 @@ void MatchNodeExactMatch::traverse_yielding(const TaskPtr& task, bool& done, con
         YIELDING_FINISH;
     }
     if (! fNext) {
-        SANITY_CHECK(acceptMatch(frame->child, accessType, setOMNode));
+        YIELDING_CHECK(acceptMatch(frame->child, accessType, setOMNode));
         done = true;
     } else if (isDescendable(frame->child->getType())) {
         YIELDING_CALL(

@@ -119,7 +119,7 @@ void MatchNodeFunction::callScriptFunction_yielding(const TaskPtr& task, NodePtr
         std::shared_ptr<OMStored> functionNode; // the function called
     };
     YIELDING_BEGIN(LocalVariableState, frame, isFunctionFound = false);
-    SANITY_CHECK(scope);
+    YIELDING_CHECK(scope);
     frame->functionNode = findScriptFunction(*scope, fFunctionName);
     if (! frame->functionNode) {
         YIELDING_FINISH;
@@ -142,20 +142,18 @@ void MatchNodeFunction::traverse_yielding(const TaskPtr& task, bool& done, const
     };
     YIELDING_BEGIN(LocalVariableState, frame, done = false);
     if (! fNext) {
-        SANITY_CHECK(acceptMatch(omNode.shared_from_this(), accessType, setOMNode));
+        YIELDING_CHECK(acceptMatch(omNode.shared_from_this(), accessType, setOMNode));
     } else if (isDescendable(omNode.getType())) {
         if (scope) {
             frame->functionPhaseNode =
                 OMStored::factory(OMAccessor::functionPhaseToStr(FUNCTION_PHASE_IGNORE));
-            SANITY_CHECK(frame->functionPhaseNode);
+            YIELDING_CHECK(frame->functionPhaseNode);
             frame->resolvedArgumentList = makeIgnoreArguments(omNode);
-            SANITY_CHECK(frame->resolvedArgumentList);
+            YIELDING_CHECK(frame->resolvedArgumentList);
             YIELDING_CALL(callScriptFunction_yielding(task, frame->result, frame->isFunctionFound,
                                                       frame->functionPhaseNode, frame->resolvedArgumentList,
                                                       scope));
-            if (frame->isFunctionFound && ! frame->result) {
-                LOG_ERROR("SANITY_CHECK failed: 'result' evaluates to false");
-            }
+            (void)SANITY_CHECKED(! frame->isFunctionFound || frame->result);
         }
         // A true answer to "ignore" skips the subtree.
         if (! frame->result || frame->result->getType() != OMType::Bool || ! frame->result->getBool()) {
@@ -167,7 +165,7 @@ void MatchNodeFunction::traverse_yielding(const TaskPtr& task, bool& done, const
         frame->calculatedNode = calculateBuiltIn(accessType, setOMNode);
     } else if (scope) {
         frame->functionPhaseNode = OMStored::factory(OMAccessor::functionPhaseToStr(FUNCTION_PHASE_PROCESS));
-        SANITY_CHECK(frame->functionPhaseNode);
+        YIELDING_CHECK(frame->functionPhaseNode);
         frame->resolvedArgumentList = std::make_shared<std::vector<NodePtr>>(
             1, OMStored::factory(std::make_shared<OMArray>(fMatches ? *fMatches : OMArray())));
         YIELDING_CALL(callScriptFunction_yielding(task, frame->calculatedNode, frame->isFunctionFound,
@@ -177,7 +175,7 @@ void MatchNodeFunction::traverse_yielding(const TaskPtr& task, bool& done, const
     // The next visit starts empty.
     resetMatches();
     if (frame->calculatedNode) {
-        SANITY_CHECK(handUp(frame->calculatedNode));
+        YIELDING_CHECK(handUp(frame->calculatedNode));
     }
     done = true;
     YIELDING_END;

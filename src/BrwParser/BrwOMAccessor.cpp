@@ -43,8 +43,8 @@ void OMAccessor::walkReference_yielding(const TaskPtr& task, bool& found, const 
     if (! omNode) {
         omNode = OMStored::undefinedFactory();
     }
-    SANITY_CHECK(omNode);
-    SANITY_CHECK(root);
+    YIELDING_CHECK(omNode);
+    YIELDING_CHECK(root);
     frame->root = root;
     frame->wasDataStructure = root->isDataStructure();
     if (! frame->wasDataStructure) {

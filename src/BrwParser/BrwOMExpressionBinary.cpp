@@ -29,18 +29,18 @@ void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, boo
     };
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
     resolution.clear();
-    SANITY_CHECK(prepareScope(scope));
+    YIELDING_CHECK(prepareScope(scope));
     frame->node1Access = accessType;
     if (phase == RUN && fBinOp == ASSIGN && fNode1->isLValue()) {
         std::shared_ptr<OMExpression> expression1 = fNode1->getExpression();
-        SANITY_CHECK(expression1);
+        YIELDING_CHECK(expression1);
         resolution.fIsReferenceAssignment =
             expression1->getExpressionKind() == LVALUE_TOKEN && expression1->getToken() == _reference;
         frame->node1Access = SET;
     }
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode1, frame->node1Access, fNode1,
                                                    scope, phase, KEEP_RETURN_VALUE));
-    SANITY_CHECK(resolution.fResolvedNode1);
+    YIELDING_CHECK(resolution.fResolvedNode1);
     if (!resolution.fResolvedNode1->isResolved(phase)) {
         YIELDING_FINISH;
     }
@@ -60,10 +60,10 @@ void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, boo
         resolved = true;
         YIELDING_FINISH;
     }
-    SANITY_CHECK(fNode2);
+    YIELDING_CHECK(fNode2);
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode2, accessType, fNode2, scope, phase,
                                                    KEEP_RETURN_VALUE));
-    SANITY_CHECK(resolution.fResolvedNode2);
+    YIELDING_CHECK(resolution.fResolvedNode2);
     {
         const bool isReturn = isReturnNode(resolution.fResolvedNode2);
         const bool isBreak = isBreakNode(resolution.fResolvedNode2);
@@ -79,14 +79,14 @@ void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, boo
             resolution.fResolvedNode2 = OMStored::undefinedFactory();
         } else if (isReturn) {
             resolution.fResolvedNode2 = resolution.fResolvedNode2->unwrapReturnValue();
-            SANITY_CHECK(resolution.fResolvedNode2);
+            YIELDING_CHECK(resolution.fResolvedNode2);
         }
         // A fresh result that nothing else holds needs no copy: nobody can see the difference.
         if (fBinOp == ASSIGN && resolution.fResolvedNode2.use_count() > 1 &&
             (resolution.fResolvedNode2 == fNode2 || resolution.fResolvedNode2->isScalar())) {
             // The tree and the target share nothing; a container from another variable is shared.
             resolution.fResolvedNode2 = resolution.fResolvedNode2->clone(OMStored::CLONE_ALL_LEVELS);
-            SANITY_CHECK(resolution.fResolvedNode2);
+            YIELDING_CHECK(resolution.fResolvedNode2);
         }
         resolution.fIsReturn = false;
         resolution.fIsBreak = false;
@@ -119,7 +119,7 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
                 frame->condition = OMStored::undefinedFactory();
             } else if (isReturnNode(frame->condition)) {
                 frame->condition = frame->condition->unwrapReturnValue();
-                SANITY_CHECK(frame->condition);
+                YIELDING_CHECK(frame->condition);
             }
             if (!frame->condition->getAsBool()) {
                 // A finished loop has the value undefined.
@@ -140,14 +140,14 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
             if (frame->quickStop == OMQuickFunction::LOOP_AT_CONDITION) {
                 frame->body = OMStored::undefinedFactory();
             } else if (frame->quickStop == OMQuickFunction::LOOP_AT_STATEMENT) {
-                SANITY_CHECK(bodyBlock());
+                YIELDING_CHECK(bodyBlock());
                 YIELDING_CALL(bodyBlock()->getFrom_yielding(task, frame->body, accessType, scope, phase,
                                                             frame->statementIndex));
             } else {
                 YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->body, accessType, loopBody(),
                                                                scope, phase, KEEP_RETURN_VALUE));
             }
-            SANITY_CHECK(frame->body);
+            YIELDING_CHECK(frame->body);
             if (!frame->body->isResolved(phase)) {
                 YIELDING_FINISH;
             }
@@ -171,7 +171,7 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
         }
         YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->condition, accessType, loopCondition(),
                                                        scope, phase, KEEP_RETURN_VALUE));
-        SANITY_CHECK(frame->condition);
+        YIELDING_CHECK(frame->condition);
     }
     YIELDING_END;
 }
@@ -209,7 +209,7 @@ void OMExpressionBinary::get_yielding(const std::shared_ptr<Task>& task, std::sh
         std::shared_ptr<IOMNode> value;            // the value handed to one of them
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(scope);
+    YIELDING_CHECK(scope);
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
     if (!frame->resolved) {
         YIELDING_FINISH;
@@ -224,10 +224,10 @@ void OMExpressionBinary::get_yielding(const std::shared_ptr<Task>& task, std::sh
         for (frame->iterator = frame->resolution.fResolvedNode1->getIterator(); ! frame->iterator->isAtEnd();
              ++*frame->iterator) {
             frame->element = **frame->iterator;
-            SANITY_CHECK(frame->element);
+            YIELDING_CHECK(frame->element);
             frame->value = frame->resolution.fResolvedNode2;
             YIELDING_CALL(frame->element->setAndAccess_yielding(task, frame->success, frame->value));
-            SANITY_CHECK(frame->success);
+            YIELDING_CHECK(frame->success);
         }
         result = frame->resolution.fResolvedNode2;
         YIELDING_FINISH;
@@ -238,9 +238,9 @@ void OMExpressionBinary::get_yielding(const std::shared_ptr<Task>& task, std::sh
     }
     if (fBinOp == ASSIGN) {
         result = frame->resolution.fResolvedNode2;
-        SANITY_CHECK(result);
+        YIELDING_CHECK(result);
         if (fNode1->getType() == OMType::Expression) {
-            SANITY_CHECK(fNode1->getExpression());
+            YIELDING_CHECK(fNode1->getExpression());
             if (fNode1->getExpression()->isLValue()) {
                 YIELDING_CALL(fNode1->getExpression()->set_yielding(task, frame->success, result, scope, phase));
                 if (!frame->success) {
@@ -253,7 +253,7 @@ void OMExpressionBinary::get_yielding(const std::shared_ptr<Task>& task, std::sh
     }
     result = OMNode::binaryOperation(fBinOp, frame->resolution.fResolvedNode1, KEEP_NODE,
                                      frame->resolution.fResolvedNode2, KEEP_NODE, scope);
-    SANITY_CHECK(result);
+    YIELDING_CHECK(result);
     YIELDING_END;
 }
 
@@ -270,10 +270,10 @@ void OMExpressionBinary::writeThroughParent_yielding(const std::shared_ptr<Task>
     }
     if (frame->parent->getType() == OMType::Array && target->getDataStructureIdx() != ~uint64_t(0)) {
         YIELDING_CALL(frame->parent->setAndAccess_yielding(task, success, target->getDataStructureIdx(), value));
-        SANITY_CHECK(success);
+        YIELDING_CHECK(success);
     } else if (frame->parent->getType() == OMType::Map && ! target->getDataStructureKey().empty()) {
         YIELDING_CALL(frame->parent->setAndAccess_yielding(task, success, target->getDataStructureKey(), value));
-        SANITY_CHECK(success);
+        YIELDING_CHECK(success);
     }
     YIELDING_END;
 }
@@ -357,9 +357,7 @@ bool OMExpressionBinary::evalAssignedValue(const std::shared_ptr<Task>& task,
     // The tree and the target share nothing; a container from another variable is shared.
     if (value.use_count() > 1 && (value == fNode2 || value->isScalar())) {
         value = value->clone(OMStored::CLONE_ALL_LEVELS);
-        if (! value) {
-            LOG_ERROR("SANITY_CHECK failed: 'resolution.fResolvedNode2' evaluates to false");
-        }
+        (void)SANITY_CHECKED(value);
     }
     return true;
 }
@@ -373,9 +371,7 @@ bool OMExpressionBinary::assignElementDirect(const std::shared_ptr<Task>& task,
         return false;
     }
     // The element takes the value, as setAndAccess_yielding gives it.
-    if (value && ! element->set(value)) {
-        LOG_ERROR("SANITY_CHECK failed: 'frame->success' evaluates to false");
-    }
+    (void)SANITY_CHECKED(! value || element->set(value));
     result = value ? element : nullptr;
     return true;
 }
@@ -409,9 +405,7 @@ bool OMExpressionBinary::scanForLocalVariables(const std::shared_ptr<FunctionSig
 
 uint64_t OMExpressionBinary::hash() const {
     if (fHash == 0) {
-        if (!fNode1 || ! fNode2) {
-            LOG_ERROR(fNode1 ? "SANITY_CHECK failed: 'fNode2' evaluates to false"
-                             : "SANITY_CHECK failed: 'fNode1' evaluates to false");
+        if (! SANITY_CHECKED(fNode1 && fNode2)) {
             return 0;
         }
         const uint64_t op = static_cast<uint64_t>(static_cast<int64_t>(fBinOp));

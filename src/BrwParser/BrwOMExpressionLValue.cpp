@@ -96,7 +96,7 @@ void OMExpressionLValue::set_yielding(const std::shared_ptr<Task>& task, bool& s
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     YIELDING_CALL(get_yielding(task, frame->targetedNode, SET, scope, phase, value));
-    SANITY_CHECK(frame->targetedNode);
+    YIELDING_CHECK(frame->targetedNode);
     value = frame->targetedNode;
     success = true;
     YIELDING_END;
@@ -122,7 +122,7 @@ void OMExpressionLValue::resolve_yielding(const std::shared_ptr<Task>& task, boo
         // A left value is never resolved while the tree is built.
         YIELDING_FINISH;
     }
-    SANITY_CHECK(prepareScope(scope));
+    YIELDING_CHECK(prepareScope(scope));
     if (!fParent && ! fUnresolvedArgumentList && isResolvableWithoutParentAndArguments()) {
         resolved = true;
         YIELDING_FINISH;
@@ -143,11 +143,11 @@ void OMExpressionLValue::resolve_yielding(const std::shared_ptr<Task>& task, boo
     }
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->parent, accessType, fParent, scope, phase,
                                                    UNWRAP_RETURN_VALUE));
-    SANITY_CHECK(frame->parent);
+    YIELDING_CHECK(frame->parent);
     if (!frame->parent->isResolved(phase)) {
         YIELDING_FINISH;
     }
-    SANITY_CHECK(resolution.setThisNode(frame->parent));
+    YIELDING_CHECK(resolution.setThisNode(frame->parent));
     if (fUnresolvedArgumentList && frame->parent->getType() == OMType::Map) {
         // A function member of a map is its method: the map is `this`, not argument 0.
         const std::string memberName = getMemberName();
@@ -276,8 +276,8 @@ void OMExpressionLValueCall::get_yielding(const std::shared_ptr<Task>& task, Nod
         bool success = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(fParent);
-    SANITY_CHECK(fUnresolvedArgumentList);
+    YIELDING_CHECK(fParent);
+    YIELDING_CHECK(fUnresolvedArgumentList);
     if (phase == PARSE) {
         YIELDING_FINISH;
     }
@@ -289,8 +289,8 @@ void OMExpressionLValueCall::get_yielding(const std::shared_ptr<Task>& task, Nod
         // Calling something that is no function gives it unchanged.
         result = frame->resolution.getThisNode();
     } else {
-        SANITY_CHECK(frame->resolution.fResolvedArgumentList);
-        SANITY_CHECK(frame->resolution.getThisNode()->getOMStoredPtr());
+        YIELDING_CHECK(frame->resolution.fResolvedArgumentList);
+        YIELDING_CHECK(frame->resolution.getThisNode()->getOMStoredPtr());
         // NOTE: the callee itself is not handed in as a this-node: it would become the first parameter.
         YIELDING_CALL(frame->resolution.getThisNode()->getOMStoredPtr()->callNodeAsFunction_yielding(
             task, result, false, nullptr, frame->resolution.fResolvedArgumentList, scope));
@@ -298,7 +298,7 @@ void OMExpressionLValueCall::get_yielding(const std::shared_ptr<Task>& task, Nod
     if (optionalNewValue && result) {
         // `f(x) = y` writes to the node that f(x) returned.
         YIELDING_CALL(result->setAndAccess_yielding(task, frame->success, optionalNewValue));
-        SANITY_CHECK(frame->success);
+        YIELDING_CHECK(frame->success);
     }
     YIELDING_END;
 }
@@ -311,8 +311,7 @@ uint64_t OMExpressionLValueCall::hash() const {
 }
 
 std::string OMExpressionLValueCall::toString() const {
-    if (!fParent) {
-        LOG_ERROR("SANITY_CHECK failed: 'fParent' evaluates to false");
+    if (! SANITY_CHECKED(fParent)) {
         return std::string();
     }
     return parentText() + (fUnresolvedArgumentList ? argumentListText() : std::string("()"));
@@ -348,7 +347,7 @@ void accessElement_yielding(const std::shared_ptr<Task>& task, NodePtr& result, 
     if (optionalNewValue) {
         frame->element = optionalNewValue;
         YIELDING_CALL(result->setAndAccess_yielding(task, frame->success, frame->element));
-        SANITY_CHECK(frame->success);
+        YIELDING_CHECK(frame->success);
     }
     YIELDING_END;
 }
@@ -367,8 +366,8 @@ void OMExpressionLValueIndex::get_yielding(const std::shared_ptr<Task>& task, No
         bool resolved = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(fParent);
-    SANITY_CHECK(prepareScope(scope));
+    YIELDING_CHECK(fParent);
+    YIELDING_CHECK(prepareScope(scope));
     if (phase == PARSE) {
         YIELDING_FINISH;
     }
@@ -409,8 +408,8 @@ void OMExpressionLValueIndexByExpression::get_yielding(const std::shared_ptr<Tas
         bool resolved = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(fParent);
-    SANITY_CHECK(prepareScope(scope));
+    YIELDING_CHECK(fParent);
+    YIELDING_CHECK(prepareScope(scope));
     if (phase == PARSE) {
         YIELDING_FINISH;
     }
@@ -499,8 +498,7 @@ uint64_t OMExpressionLValueIndexByExpression::hash() const {
 }
 
 std::string OMExpressionLValueIndexByExpression::toString() const {
-    if (!fParent || ! fIndexExpression) {
-        LOG_ERROR("SANITY_CHECK failed: 'fParent && fIndexExpression' evaluates to false");
+    if (! SANITY_CHECKED(fParent && fIndexExpression)) {
         return std::string();
     }
     return parentText() + "[" + fIndexExpression->toString() + "]" + argumentListText();
@@ -564,7 +562,7 @@ void OMExpressionLValueToken::get_yielding(const std::shared_ptr<Task>& task, No
     }
     if (optionalNewValue && result) {
         YIELDING_CALL(result->setAndAccess_yielding(task, frame->success, optionalNewValue));
-        SANITY_CHECK(frame->success);
+        YIELDING_CHECK(frame->success);
     }
     YIELDING_END;
 }
@@ -579,8 +577,7 @@ std::string OMExpressionLValueToken::getIdentifier() const {
 
 uint64_t OMExpressionLValueToken::hash() const {
     if (fHash == 0) {
-        if (fToken == _NO_TOKEN) {
-            LOG_ERROR("SANITY_CHECK failed: 'fToken != Token::_none' evaluates to false");
+        if (! SANITY_CHECKED(fToken != _NO_TOKEN)) {
             return 0;
         }
         fHash = static_cast<uint64_t>(static_cast<int64_t>(fToken)) * 52441 + parentAndArgumentHash() + 112118899;
@@ -615,7 +612,7 @@ void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, Node
     if (phase == PARSE) {
         YIELDING_FINISH;
     }
-    SANITY_CHECK(scope);
+    YIELDING_CHECK(scope);
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
     if (!frame->resolved) {
         YIELDING_FINISH;
@@ -624,13 +621,13 @@ void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, Node
     if (!frame->base && ! fParent) {
         frame->base = scope;
     }
-    SANITY_CHECK(frame->base);
+    YIELDING_CHECK(frame->base);
     if (fUnresolvedArgumentList) {
         YIELDING_CALL(call_yielding(task, result, accessType, scope, phase, frame->base, frame->resolution));
         YIELDING_FINISH;
     }
     if (accessType == GET) {
-        SANITY_CHECK(! optionalNewValue);
+        YIELDING_CHECK(! optionalNewValue);
         // NOTE: a name is looked up as a name, not as a reference path: `$x` is a plain variable.
         YIELDING_CALL(frame->base->accessOMNodeReadOnlyResolved_yielding(task, frame->found, scope, nullptr,
                                                                          fIdentifier, result));
@@ -758,8 +755,7 @@ std::string OMExpressionLValueStr::getIdentifier() const {
 
 uint64_t OMExpressionLValueStr::hash() const {
     if (fHash == 0) {
-        if (fIdentifier.empty()) {
-            LOG_ERROR("SANITY_CHECK failed: '! fIdentifier.empty()' evaluates to false");
+        if (! SANITY_CHECKED(! fIdentifier.empty())) {
             return 0;
         }
         fHash = FNV1aHash::hashBytes(fIdentifier) + parentAndArgumentHash() + 2123112;

@@ -376,20 +376,20 @@ void OMExpressionLValueToken::ftn_length_yielding(const std::shared_ptr<Task>& t
         YIELDING_FINISH;
     }
     frame->thisNode = resolution.getArgument(0);
-    SANITY_CHECK(frame->thisNode);
+    YIELDING_CHECK(frame->thisNode);
     if (frame->thisNode->getType() == OMType::String) {
-        SANITY_CHECK(result->set(static_cast<OMInt>(frame->thisNode->getString().size())));
+        YIELDING_CHECK(result->set(static_cast<OMInt>(frame->thisNode->getString().size())));
         YIELDING_FINISH;
     }
     if (frame->thisNode->getType() == OMType::Array) {
-        SANITY_CHECK(result->set(static_cast<OMInt>(frame->thisNode->getSize())));
+        YIELDING_CHECK(result->set(static_cast<OMInt>(frame->thisNode->getSize())));
         YIELDING_FINISH;
     }
     // A map may well have a member of that name: `{length: 5}.length`.
     YIELDING_CALL(frame->thisNode->accessOMNodeResolved_yielding(task, frame->success, scope, nullptr,
                                                                  accessType, LENGTH_MEMBER, frame->member));
-    SANITY_CHECK(frame->success);
-    SANITY_CHECK(frame->member);
+    YIELDING_CHECK(frame->success);
+    YIELDING_CHECK(frame->member);
     result = frame->member;
     YIELDING_END;
 }
@@ -505,21 +505,21 @@ void OMExpressionLValueToken::ftn_reference_yielding(const std::shared_ptr<Task>
         YIELDING_FINISH;
     }
     frame->base = resolution.getArgument(0);
-    SANITY_CHECK(frame->base);
+    YIELDING_CHECK(frame->base);
     if (frame->base->getType() == OMType::Array || frame->base->getType() == OMType::Map) {
         frame->pathIndex = 1;
     } else if (resolution.getThisNode()) {
         frame->base = resolution.getThisNode();
     } else {
-        SANITY_CHECK(scope);
+        YIELDING_CHECK(scope);
         frame->base = scope;
     }
     frame->referenceStrNode = resolution.getArgument(frame->pathIndex);
-    SANITY_CHECK(frame->referenceStrNode);
+    YIELDING_CHECK(frame->referenceStrNode);
     frame->reference = textOf(frame->referenceStrNode);
     if (resolution.getArgumentCount() > frame->pathIndex + 1) {
         frame->referenceTypeNode = resolution.getArgument(frame->pathIndex + 1);
-        SANITY_CHECK(frame->referenceTypeNode);
+        YIELDING_CHECK(frame->referenceTypeNode);
         if (frame->referenceTypeNode->getType() == OMType::String) {
             const std::string selector = frame->referenceTypeNode->getString();
             frame->referenceType = selector == "selectarray"   ? OM_REF_SELECTOR_ARRAY

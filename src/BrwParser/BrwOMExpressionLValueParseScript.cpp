@@ -133,7 +133,7 @@ void awaitSession_yielding(const std::shared_ptr<Task>& task, bool& done,
         NodePtr callBackResult;   // dropped
     };
     YIELDING_BEGIN(LocalVariableState, frame, done = false);
-    SANITY_CHECK(call && call->session);
+    YIELDING_CHECK(call && call->session);
     while (! call->session->isTaskCompleted()) {
         if (call->hasDeadline && ! frame->isStopped && Clock::now() >= call->deadline) {
             // A session in an endless loop stops at the end of its slice.
@@ -191,7 +191,7 @@ void OMExpressionLValueToken::ftn_parseScript_yielding(const std::shared_ptr<Tas
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     result = OMStored::undefinedFactory();
-    SANITY_CHECK(scope);
+    YIELDING_CHECK(scope);
     if (resolution.getArgumentCount() == 0) {
         ScriptErrorLog::report("insufficient arguments");
         YIELDING_FINISH;
@@ -203,17 +203,17 @@ void OMExpressionLValueToken::ftn_parseScript_yielding(const std::shared_ptr<Tas
     }
     readOptions(resolution, *frame->call);
     frame->call->session = ParseScriptTask::factory(frame->call->script, frame->call->initialOutput, scope);
-    SANITY_CHECK(frame->call->session);
+    YIELDING_CHECK(frame->call->session);
     if (frame->call->wait == ParseScriptWait::NO_WAIT) {
-        SANITY_CHECK(startWithoutWaiting(task, frame->call));
-        SANITY_CHECK(result->set(true));
+        YIELDING_CHECK(startWithoutWaiting(task, frame->call));
+        YIELDING_CHECK(result->set(true));
         YIELDING_FINISH;
     }
     // A child of the caller: should the caller end first, the session ends with it.
     task->registerChildTask(frame->call->session);
-    SANITY_CHECK(frame->call->session->start());
+    YIELDING_CHECK(frame->call->session->start());
     YIELDING_CALL(awaitSession_yielding(task, frame->call->isDone, frame->call));
-    SANITY_CHECK(result->set(frame->call->output));
+    YIELDING_CHECK(result->set(frame->call->output));
     YIELDING_END;
 }
 

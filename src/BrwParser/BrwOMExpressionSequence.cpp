@@ -48,12 +48,12 @@ void OMExpressionSequence::resolve_yielding(const std::shared_ptr<Task>& task, b
         std::shared_ptr<IOMNode> value;
     };
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
-    SANITY_CHECK(fBinOp != BinOp::ASSIGN);
-    SANITY_CHECK(prepareScope(scope));
+    YIELDING_CHECK(fBinOp != BinOp::ASSIGN);
+    YIELDING_CHECK(prepareScope(scope));
     resolution.fResolvedNodes = std::make_shared<OMArray>();
     resolution.fResolvedNodes->reserve(fNodes->size());
     for (frame->index = startIndex; frame->index < fNodes->size(); ++frame->index) {
-        SANITY_CHECK((*fNodes)[frame->index]);
+        YIELDING_CHECK((*fNodes)[frame->index]);
         // Only the last value of a block counts: holding the others would keep a variable's node shared
         // while later statements run (a loop then couldn't write it in place).
         frame->value.reset();
@@ -62,7 +62,7 @@ void OMExpressionSequence::resolve_yielding(const std::shared_ptr<Task>& task, b
         }
         YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->value, accessType, (*fNodes)[frame->index], scope,
                                                        phase, KEEP_RETURN_VALUE));
-        SANITY_CHECK(frame->value);
+        YIELDING_CHECK(frame->value);
         if (!frame->value->isResolved(phase)) {
             YIELDING_FINISH;
         }
@@ -98,7 +98,7 @@ void OMExpressionSequence::getFrom_yielding(const std::shared_ptr<Task>& task,
         return;
     }
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(fBinOp != BinOp::ASSIGN);
+    YIELDING_CHECK(fBinOp != BinOp::ASSIGN);
     if (!fNodes || fNodes->empty()) {
         result = OMStored::undefinedFactory();
         YIELDING_FINISH;
@@ -115,8 +115,7 @@ void OMExpressionSequence::getFrom_yielding(const std::shared_ptr<Task>& task,
         bool isAccumulatorOwn = false; // the accumulator is a node of this evaluation, not an operand
         bool sawReturn = false;
         for (std::shared_ptr<IOMNode> node : *frame->resolution.fResolvedNodes) {
-            if (!node) {
-                LOG_ERROR("SANITY_CHECK failed: 'resolvedNode' evaluates to false");
+            if (! SANITY_CHECKED(node)) {
                 accumulated.reset();
                 break;
             }
@@ -151,7 +150,7 @@ void OMExpressionSequence::getFrom_yielding(const std::shared_ptr<Task>& task,
         }
         result = accumulated;
     }
-    SANITY_CHECK(result);
+    YIELDING_CHECK(result);
     YIELDING_END;
 }
 
@@ -312,8 +311,7 @@ uint64_t OMExpressionSequence::hash() const {
     if (fHash == 0) {
         uint64_t sum = 0;
         for (const auto& node : *fNodes) {
-            if (!node) {
-                LOG_ERROR("SANITY_CHECK failed: 'node' evaluates to false");
+            if (! SANITY_CHECKED(node)) {
                 return 0;
             }
             sum += node->hash();
@@ -328,8 +326,7 @@ std::string OMExpressionSequence::toString() const {
     std::string text = binOpToPrefixStr(fBinOp);
     for (size_t i = 0; i < fNodes->size(); ++i) {
         const std::shared_ptr<IOMNode>& node = (*fNodes)[i];
-        if (!node) {
-            LOG_ERROR("SANITY_CHECK failed: 'node' evaluates to false");
+        if (! SANITY_CHECKED(node)) {
             break;
         }
         if (i > 0) {

@@ -27,14 +27,14 @@ void OMExpressionTernary::resolve_yielding(const std::shared_ptr<Task>& task, bo
     struct LocalVariableState : OMFunctionState {};
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
     resolution = OMExpressionTernaryResolution();
-    SANITY_CHECK(prepareScope(scope));
-    SANITY_CHECK(fNode1);
+    YIELDING_CHECK(prepareScope(scope));
+    YIELDING_CHECK(fNode1);
     if (phase == PARSE && fTernOp == CONDITIONAL) {
         YIELDING_FINISH;
     }
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedCondition, accessType, fNode1, scope,
                                                    phase, KEEP_RETURN_VALUE));
-    SANITY_CHECK(resolution.fResolvedCondition);
+    YIELDING_CHECK(resolution.fResolvedCondition);
     if (!resolution.fResolvedCondition->isResolved(phase)) {
         YIELDING_FINISH;
     }
@@ -43,17 +43,17 @@ void OMExpressionTernary::resolve_yielding(const std::shared_ptr<Task>& task, bo
         YIELDING_FINISH;
     }
     resolution.fChosenNode = resolution.fResolvedCondition->getAsBool() ? fNode2 : fNode3;
-    SANITY_CHECK(resolution.fChosenNode);
+    YIELDING_CHECK(resolution.fChosenNode);
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode, accessType, resolution.fChosenNode,
                                                    scope, phase, KEEP_RETURN_VALUE));
-    SANITY_CHECK(resolution.fResolvedNode);
+    YIELDING_CHECK(resolution.fResolvedNode);
     {
         std::shared_ptr<IOMNode> value = resolution.fResolvedNode;
         if (isBreakNode(value)) {
             value = OMStored::undefinedFactory();
         } else if (isReturnNode(value)) {
             value = value->unwrapReturnValue();
-            SANITY_CHECK(value);
+            YIELDING_CHECK(value);
         }
         if (!value->isResolved(phase)) {
             YIELDING_FINISH;
@@ -146,8 +146,7 @@ bool OMExpressionTernary::scanForLocalVariables(const std::shared_ptr<FunctionSi
 
 uint64_t OMExpressionTernary::hash() const {
     if (fHash == 0) {
-        if (!fNode1 || ! fNode2 || ! fNode3) {
-            LOG_ERROR("SANITY_CHECK failed: 'fNode1 && fNode2 && fNode3' evaluates to false");
+        if (! SANITY_CHECKED(fNode1 && fNode2 && fNode3)) {
             return 0;
         }
         const uint64_t op = static_cast<uint64_t>(static_cast<int64_t>(fTernOp));

@@ -26,10 +26,10 @@ void OMExpressionUnary::resolve_yielding(const std::shared_ptr<Task>& task, bool
     struct LocalVariableState : OMFunctionState {};
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
     resolution.fResolvedNode.reset();
-    SANITY_CHECK(prepareScope(scope));
+    YIELDING_CHECK(prepareScope(scope));
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode, accessType, fNode, scope, phase,
                                                    KEEP_RETURN_VALUE));
-    SANITY_CHECK(resolution.fResolvedNode);
+    YIELDING_CHECK(resolution.fResolvedNode);
     resolved = resolution.fResolvedNode->getType() != OMType::Expression || (phase == RUN && fUnOp == RETURN);
     YIELDING_END;
 }
@@ -46,13 +46,13 @@ void OMExpressionUnary::get_yielding(const std::shared_ptr<Task>& task, std::sha
     if (!frame->resolved) {
         YIELDING_FINISH;
     }
-    SANITY_CHECK(frame->resolution.fResolvedNode);
+    YIELDING_CHECK(frame->resolution.fResolvedNode);
     if (isIncrementOrDecrement()) {
         result = stepInPlace(frame->resolution.fResolvedNode);
         YIELDING_FINISH;
     }
     result = OMNode::unaryOperation(fUnOp, frame->resolution.fResolvedNode, scope, KEEP_NODE);
-    SANITY_CHECK(result);
+    YIELDING_CHECK(result);
     YIELDING_END;
 }
 
@@ -108,11 +108,11 @@ void OMExpressionUnary::set_yielding(const std::shared_ptr<Task>& task, bool& su
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->lValue, SET, fNode, scope, phase, KEEP_RETURN_VALUE));
-    SANITY_CHECK(frame->lValue);
+    YIELDING_CHECK(frame->lValue);
     frame->operated = OMNode::unaryOperation(fUnOp, value, scope, KEEP_NODE);
-    SANITY_CHECK(frame->operated);
+    YIELDING_CHECK(frame->operated);
     YIELDING_CALL(frame->lValue->setAndAccess_yielding(task, success, frame->operated));
-    SANITY_CHECK(success);
+    YIELDING_CHECK(success);
     YIELDING_END;
 }
 
@@ -122,8 +122,7 @@ bool OMExpressionUnary::scanForLocalVariables(const std::shared_ptr<FunctionSign
 
 uint64_t OMExpressionUnary::hash() const {
     if (fHash == 0) {
-        if (!fNode) {
-            LOG_ERROR("SANITY_CHECK failed: 'fNode' evaluates to false");
+        if (! SANITY_CHECKED(fNode)) {
             return 0;
         }
         const uint64_t op = static_cast<uint64_t>(static_cast<int64_t>(fUnOp));

@@ -364,8 +364,7 @@ std::string OMNode::getAsString() const {
         for (bool first = true; iterator && ! iterator->isAtEnd(); ++*iterator, first = false) {
             std::shared_ptr<OMStored> tempNode = OMStored::undefinedFactory();
             NodePtr child = **iterator;
-            if (! child || ! tempNode->set(*child)) {
-                LOG_ERROR("SANITY_CHECK failed: 'tempNode->set(*(*arrayIterator))' evaluates to false");
+            if (! SANITY_CHECKED(child && tempNode->set(*child))) {
                 break;
             }
             text += (first ? "" : ",") + tempNode->getAsString();
@@ -399,13 +398,10 @@ std::string OMNode::toString() const {
         const time_t date = static_cast<time_t>(getDate());
         struct tm tm {};
         char buffer[64] = {0};
-        if (gmtime_r(&date, &tm) == nullptr) {
-            LOG_ERROR("SANITY_CHECK failed: '0 == ::gmtime_s(&tm, &date)' evaluates to false");
+        if (! SANITY_CHECKED(gmtime_r(&date, &tm) != nullptr)) {
             return std::string();
         }
-        if (asctime_r(&tm, buffer) == nullptr) {
-            LOG_ERROR(
-                "SANITY_CHECK failed: '0 == ::asctime_s(buffer, sizeof(buffer), &tm)' evaluates to false");
+        if (! SANITY_CHECKED(asctime_r(&tm, buffer) != nullptr)) {
             return std::string();
         }
         return Utils::trim(buffer);
@@ -430,8 +426,7 @@ std::string OMNode::toString() const {
         bool first = true;
         for (const std::string& key : getKeys()) {
             NodePtr attrValue = getOMNode(key);
-            if (! attrValue) {
-                LOG_ERROR("SANITY_CHECK failed: 'attrValue' evaluates to false");
+            if (! SANITY_CHECKED(attrValue)) {
                 break;
             }
             text += (first ? "\"" : ", \"") + key + "\": " + attrValue->toString();
@@ -640,8 +635,7 @@ uint64_t OMNode::hash() const {
     }
     case OMType::Expression: {
         std::shared_ptr<OMExpression> expression = getExpression();
-        if (! expression) {
-            LOG_ERROR("SANITY_CHECK failed: 'expression' evaluates to false");
+        if (! SANITY_CHECKED(expression)) {
             return 0;
         }
         return expression->hash();
@@ -699,8 +693,7 @@ bool OMNode::isResolved(ScriptPhase scriptPhase) const {
             return true;
         }
         std::shared_ptr<IOMNodeIterator> iterator = getIterator();
-        if (! iterator) {
-            LOG_ERROR("SANITY_CHECK failed: 'iter' evaluates to false");
+        if (! SANITY_CHECKED(iterator)) {
             return false;
         }
         for (; ! iterator->isAtEnd(); ++*iterator) {
@@ -836,11 +829,11 @@ void OMNode::set_yielding(const TaskPtr& task, NodePtr& out, uint64_t idx, const
         bool success = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(this != fromNode.get());
-    SANITY_CHECK(fromNode);
+    YIELDING_CHECK(this != fromNode.get());
+    YIELDING_CHECK(fromNode);
     out = fromNode->clone(0);
     YIELDING_CALL(setAndAccess_yielding(task, frame->success, idx, out));
-    SANITY_CHECK(frame->success);
+    YIELDING_CHECK(frame->success);
     YIELDING_END;
 }
 
@@ -850,11 +843,11 @@ void OMNode::set_yielding(const TaskPtr& task, NodePtr& out, const std::string& 
         bool success = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(this != fromNode.get());
-    SANITY_CHECK(fromNode);
+    YIELDING_CHECK(this != fromNode.get());
+    YIELDING_CHECK(fromNode);
     out = fromNode->clone(0);
     YIELDING_CALL(setAndAccess_yielding(task, frame->success, attr, out));
-    SANITY_CHECK(frame->success);
+    YIELDING_CHECK(frame->success);
     YIELDING_END;
 }
 
@@ -941,7 +934,7 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
     }
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     retVal = node;
-    SANITY_CHECK(retVal);
+    YIELDING_CHECK(retVal);
     if (! scope) {
         YIELDING_FINISH;
     }
@@ -958,9 +951,7 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
             } else {
                 YIELDING_CALL(frame->container->set_yielding(task, frame->stored, frame->iterator->getKey(),
                                                              frame->element));
-                if (! frame->stored) {
-                    LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
-                }
+                (void)SANITY_CHECKED(frame->stored);
             }
         }
         retVal = frame->container;
@@ -983,7 +974,7 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
             retVal = frame->evaluated;
         }
     }
-    SANITY_CHECK(retVal);
+    YIELDING_CHECK(retVal);
     YIELDING_END;
 }
 
@@ -992,9 +983,7 @@ IOMNode::NodePtr OMNode::unwrapReturnValue() {
     while (retVal && retVal->isReturnValue()) {
         std::shared_ptr<OMExpression> expression = retVal->getExpression();
         retVal = expression ? expression->getOperand() : nullptr;
-        if (! retVal) {
-            LOG_ERROR("SANITY_CHECK failed: 'retVal' evaluates to false");
-        }
+        (void)SANITY_CHECKED(retVal);
     }
     return retVal;
 }
@@ -1021,9 +1010,9 @@ void OMNode::foldExpression_yielding(const TaskPtr& task, NodePtr& out,
         NodePtr resolved;               // what it evaluates to at parse time
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(expression);
-    ASSIGN(frame->expressionNode, OMStored::factory(expression));
-    ASSIGN(frame->scope, OMScope::factory());
+    YIELDING_CHECK(expression);
+    YIELDING_ASSIGN(frame->expressionNode, OMStored::factory(expression));
+    YIELDING_ASSIGN(frame->scope, OMScope::factory());
     YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, GET, frame->expressionNode, frame->scope,
                                            PARSE, KEEP_RETURN_VALUE));
     out = frame->resolved && frame->resolved->isResolved(PARSE) ? frame->resolved : frame->expressionNode;
@@ -1037,8 +1026,8 @@ void OMNode::registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out,
         NodePtr result;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(node1);
-    SANITY_CHECK(node2);
+    YIELDING_CHECK(node1);
+    YIELDING_CHECK(node2);
     if (op == ASSIGN && ! node1->isLValue()) {
         // `7 = a` and the like: nothing to assign to, and the parse fails.
         out.reset();
@@ -1050,18 +1039,14 @@ void OMNode::registerBinaryOperation_yielding(const TaskPtr& task, NodePtr& out,
         auto sequence = std::dynamic_pointer_cast<OMExpressionSequence>(expression1);
         if (sequence && sequence->getBinOp() == op) {
             // The chain grows in place: no new expression.
-            SANITY_CHECK(sequence->append(node2));
+            YIELDING_CHECK(sequence->append(node2));
             frame->expression = sequence;
         } else {
-            frame->expression = OMExpressionSequence::factory(op, node1, node2);
-            if (! frame->expression) {
-                LOG_ERROR("SANITY_CHECK failed: 'sequence' evaluates to false");
-                YIELDING_FINISH;
-            }
+            YIELDING_ASSIGN(frame->expression, OMExpressionSequence::factory(op, node1, node2));
         }
     } else {
         frame->expression = OMExpressionBinary::factory(op, node1, node2);
-        SANITY_CHECK(frame->expression);
+        YIELDING_CHECK(frame->expression);
     }
     YIELDING_CALL(foldExpression_yielding(task, frame->result, frame->expression));
     out = frame->result;
@@ -1076,7 +1061,7 @@ void OMNode::registerUnaryOperation_yielding(const TaskPtr& task, NodePtr& out, 
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     frame->expression = OMExpressionUnary::factory(op, node);
-    SANITY_CHECK(frame->expression);
+    YIELDING_CHECK(frame->expression);
     YIELDING_CALL(foldExpression_yielding(task, frame->result, frame->expression));
     out = frame->result;
     YIELDING_END;

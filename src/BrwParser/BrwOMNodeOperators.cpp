@@ -346,9 +346,7 @@ std::shared_ptr<OMStored> OMNode::unaryOperation(UnOp op, IOMNode& node, NodeReu
         bool success = false;
         if (unaryOperator == nullptr) {
             LOG_ERROR("invalid unOp");
-        } else if (operand == nullptr) {
-            LOG_ERROR("SANITY_CHECK failed: 'operand' evaluates to false");
-        } else {
+        } else if (SANITY_CHECKED(operand)) {
             success = (operand->*unaryOperator)(retVal);
         }
         if (! success) {

@@ -443,9 +443,7 @@ OMQuickFunction::LoopStop OMQuickFunction::runLoop(const std::shared_ptr<Task>& 
         }
     }
     ++(iterationCount > 0 || stop != LOOP_AT_BODY ? fDoneCount : fAbandonCount);
-    if (! allStored) {
-        LOG_ERROR("SANITY_CHECK failed: 'allStored' evaluates to false");
-    }
+    (void)SANITY_CHECKED(allStored);
     return stop;
 }
 
@@ -755,9 +753,7 @@ OMQuickFunction::Flow OMQuickFunction::evalStoreElement(const Op& op, const Fram
     }
     frame.fRun->fHasWrittenElement = true;
     const std::shared_ptr<IOMNode> value = out.toNode();
-    if (! value || ! element->set(value)) {
-        LOG_ERROR("SANITY_CHECK failed: 'element->set(value)' evaluates to false");
-    }
+    (void)SANITY_CHECKED(value && element->set(value));
     return VALUE;
 }
 

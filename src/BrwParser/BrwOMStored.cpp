@@ -22,11 +22,8 @@ std::shared_ptr<OMStored> makeStored(bool (OMStored::*setter)(Args...), Args... 
     std::shared_ptr<OMStored> retVal;
     do {
         retVal = std::make_shared<OMStored>();
-        if (! ((*retVal).*setter)(args...)) {
+        if (! SANITY_CHECKED(((*retVal).*setter)(args...))) {
             retVal.reset();
-        }
-        if (! retVal) {
-            LOG_ERROR("SANITY_CHECK failed: 'retVal' evaluates to false");
         }
     } while (false);
     return retVal;
@@ -108,8 +105,7 @@ std::shared_ptr<OMStored> OMStored::factory(const std::shared_ptr<FunctionSignat
 
 std::shared_ptr<OMStored> OMStored::cloneFactory(const IOMNode& fromOMNode, uint64_t cloneNestLevel) {
     std::shared_ptr<OMStored> retVal = undefinedFactory();
-    if (! retVal->setTo(fromOMNode, cloneNestLevel)) {
-        LOG_ERROR("SANITY_CHECK failed: 'retVal->setTo(fromOMNode, cloneNestLevel)' evaluates to false");
+    if (! SANITY_CHECKED(retVal->setTo(fromOMNode, cloneNestLevel))) {
         retVal.reset();
     }
     return retVal;
@@ -122,8 +118,7 @@ std::shared_ptr<OMStored> OMStored::rewrapFactory(const IOMNode& fromOMNode) {
                                          const_cast<OMStored*>(stored));
     }
     std::shared_ptr<OMStored> retVal = undefinedFactory();
-    if (! retVal->set(fromOMNode)) {
-        LOG_ERROR("SANITY_CHECK failed: 'retVal->set(fromOMNode)' evaluates to false");
+    if (! SANITY_CHECKED(retVal->set(fromOMNode))) {
         retVal.reset();
     }
     return retVal;
@@ -152,8 +147,7 @@ bool OMStored::setUndefined() {
 
 // Every setter starts from Undefined.
 #define BRW_SET_UNDEFINED_FIRST                                                                              \
-    if (fType != OMType::Undefined && ! setUndefined()) {                                                    \
-        LOG_ERROR("SANITY_CHECK failed: 'setUndefined()' evaluates to false");                               \
+    if (fType != OMType::Undefined && ! SANITY_CHECKED(setUndefined())) {                                    \
         return false;                                                                                        \
     }
 
@@ -203,8 +197,7 @@ bool OMStored::set(const char* str) {
 bool OMStored::set(const std::shared_ptr<OMArray>& array) {
     std::shared_ptr<OMArray> keep = array;
     BRW_SET_UNDEFINED_FIRST
-    if (! keep) {
-        LOG_ERROR("SANITY_CHECK failed: 'array' evaluates to false");
+    if (! SANITY_CHECKED(keep)) {
         return false;
     }
     fArray = keep;
@@ -215,8 +208,7 @@ bool OMStored::set(const std::shared_ptr<OMArray>& array) {
 bool OMStored::set(const std::shared_ptr<OMMap>& map) {
     std::shared_ptr<OMMap> keep = map;
     BRW_SET_UNDEFINED_FIRST
-    if (! keep) {
-        LOG_ERROR("SANITY_CHECK failed: 'map' evaluates to false");
+    if (! SANITY_CHECKED(keep)) {
         return false;
     }
     fMap = keep;
@@ -512,10 +504,7 @@ bool OMStored::setTo(const IOMNode& from, uint64_t cloneNestLevel) {
             LOG_ERROR("unexpected type");
             break;
         }
-        if (! success) {
-            LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
-        }
-        retVal = success;
+        retVal = SANITY_CHECKED(success);
     } while (false);
     return retVal;
 }
@@ -541,8 +530,7 @@ bool OMStored::copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel) {
         for (auto iterator = from.getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
             NodePtr copyFrom = **iterator;
             const std::string key = isArray ? std::to_string(fArray->size()) : iterator->getKey();
-            if (! copyFrom) {
-                LOG_ERROR("SANITY_CHECK failed: 'copyFrom' evaluates to false");
+            if (! SANITY_CHECKED(copyFrom)) {
                 allOK = false;
                 break;
             }
@@ -579,8 +567,7 @@ bool OMStored::setIsDataStructure(bool isDataStructure) {
     }
     NodePtr self = shared_from_this();
     auto bringIntoLine = [&](NodePtr& subNode, const std::string& name) {
-        if (! subNode) {
-            LOG_ERROR("SANITY_CHECK failed: 'subNode' evaluates to false");
+        if (! SANITY_CHECKED(subNode)) {
             return false;
         }
         const bool isOwnChild = subNode->getDataStructureParent() == self;
@@ -626,10 +613,7 @@ IOMNode::NodePtr OMStored::adoptChild(const NodePtr& node, const std::string& ke
         child = child->clone(0);
     }
     if (fIsDataStructure && child) {
-        if (! child->setDataStructureParent(thisNode, key)) {
-            LOG_ERROR(
-                "SANITY_CHECK failed: 'omNode->setDataStructureParent(thisNode, attr)' evaluates to false");
-        }
+        (void)SANITY_CHECKED(child->setDataStructureParent(thisNode, key));
     }
     return child;
 }
@@ -830,10 +814,8 @@ IOMNode::NodePtr OMStored::setChild(const Key& key, const NodePtr& node) {
 template <class Key>
 void OMStored::setAndAccessChild(bool& found, const Key& key, NodePtr& node) {
     NodePtr child = setSync(key, node);
-    found = static_cast<bool>(child);
-    if (! found) {
-        LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
-    } else {
+    found = SANITY_CHECKED(child);
+    if (found) {
         node = child;
     }
 }
@@ -922,7 +904,7 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
     frame->isWrapped = frame->value->isReturnValue();
     if (frame->isWrapped) {
         frame->value = frame->value->unwrapReturnValue();
-        SANITY_CHECK(frame->value);
+        YIELDING_CHECK(frame->value);
     }
     out = frame->value;
     if (frame->value->getType() == OMType::Array || frame->value->getType() == OMType::Map) {
@@ -938,9 +920,7 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
                 } else {
                     YIELDING_CALL(frame->container->set_yielding(task, frame->stored,
                                                                  frame->iterator->getKey(), frame->element));
-                    if (! frame->stored) {
-                        LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
-                    }
+                    (void)SANITY_CHECKED(frame->stored);
                 }
             }
         }
@@ -971,8 +951,7 @@ void OMStored::eval_yielding(const TaskPtr& task, NodePtr& out, const ScopePtr& 
 
 OMStoredNodeIterator::OMStoredNodeIterator(const std::shared_ptr<const OMStored>& node)
     : fOMStoredNode(node) {
-    if (! fOMStoredNode) {
-        LOG_ERROR("SANITY_CHECK failed: 'fOMStoredNode' evaluates to false");
+    if (! SANITY_CHECKED(fOMStoredNode)) {
         return;
     }
     if (fOMStoredNode->getType() == OMType::Array) {
@@ -1053,7 +1032,7 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
         ~CallDepth() { --fCallDepth; }
     } callDepth;
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(scope);
+    YIELDING_CHECK(scope);
     if (fType != OMType::Function) {
         YIELDING_FINISH;
     }
@@ -1064,16 +1043,16 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
         YIELDING_FINISH;
     }
     frame->body = fExpression;
-    SANITY_CHECK(frame->body);
-    ASSIGN(frame->frame, OMScope::factory(scope, OMScope::FUNCTION_FRAME));
-    SANITY_CHECK(fFunctionSignature);
-    SANITY_CHECK(bindCallFrame(*frame->frame, *fFunctionSignature, useThis, thisNode, args, true));
+    YIELDING_CHECK(frame->body);
+    YIELDING_ASSIGN(frame->frame, OMScope::factory(scope, OMScope::FUNCTION_FRAME));
+    YIELDING_CHECK(fFunctionSignature);
+    YIELDING_CHECK(bindCallFrame(*frame->frame, *fFunctionSignature, useThis, thisNode, args, true));
     out = undefinedFactory();
     YIELDING_CALL(frame->body->get_yielding(task, frame->result, GET, frame->frame, RUN));
     if (frame->result) {
         out = frame->result->unwrapReturnValue();
     }
-    SANITY_CHECK(out);
+    YIELDING_CHECK(out);
     YIELDING_END;
 }
 
@@ -1194,9 +1173,7 @@ void OMStored::bindInFrame(OMScope& callFrame, const std::string& name, const No
         (void)callFrame.OMStored::accessOMNodeResolved(nullptr, nullptr, SET, name, kept);
         stored = kept;
     }
-    if (! stored) {
-        LOG_ERROR("SANITY_CHECK failed: 'setRetVal' evaluates to false");
-    }
+    (void)SANITY_CHECKED(stored);
 }
 
 void OMStored::functionOperation_yielding(const TaskPtr& task, NodePtr& out, const std::string& name,
@@ -1206,7 +1183,7 @@ void OMStored::functionOperation_yielding(const TaskPtr& task, NodePtr& out, con
         std::shared_ptr<OMStored> functionNodeOMStored;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(scope);
+    YIELDING_CHECK(scope);
     {
         NodePtr functionNode;
         if (useThis && thisNode) {
@@ -1220,7 +1197,7 @@ void OMStored::functionOperation_yielding(const TaskPtr& task, NodePtr& out, con
         }
         frame->functionNodeOMStored = rewrapFactory(*functionNode);
     }
-    SANITY_CHECK(frame->functionNodeOMStored);
+    YIELDING_CHECK(frame->functionNodeOMStored);
     YIELDING_CALL(
         frame->functionNodeOMStored->callNodeAsFunction_yielding(task, out, useThis, thisNode, args, scope));
     YIELDING_END;

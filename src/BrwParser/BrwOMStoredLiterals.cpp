@@ -472,8 +472,8 @@ void OMStored::parseNum_yielding(const TaskPtr& task, bool& success,
         bool isConsumed = true; // the stream took the last character
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
-    SANITY_CHECK(stream);
-    SANITY_CHECK(NumberScanner::isValidBase(base));
+    YIELDING_CHECK(stream);
+    YIELDING_CHECK(NumberScanner::isValidBase(base));
     frame->scanner = NumberScanner(base);
     while (frame->isConsumed) {
         YIELDING_CALL(peekChar_yielding(task, frame->c, stream));
@@ -482,7 +482,7 @@ void OMStored::parseNum_yielding(const TaskPtr& task, bool& success,
         }
         frame->isConsumed = stream->next();
     }
-    SANITY_CHECK(frame->isConsumed);
+    YIELDING_CHECK(frame->isConsumed);
     success = frame->scanner.storeInto(*this);
     YIELDING_END;
 }
@@ -492,7 +492,7 @@ void OMStored::parseNum_yielding(const TaskPtr& task, bool& success,
 void OMStored::peekChar_yielding(const TaskPtr& task, int& c, const std::shared_ptr<InputStream>& stream) {
     struct LocalVariableState : OMFunctionState {};
     YIELDING_BEGIN(LocalVariableState, frame, c = NOTHING_YET);
-    SANITY_CHECK(stream);
+    YIELDING_CHECK(stream);
     // With asynchronous input the stream hands out NOTHING_YET after a wait: ask again then.
     do {
         YIELDING_CALL(stream->getChar_yielding(task, c));
@@ -513,7 +513,7 @@ void OMStored::skipWhitespace_yielding(const TaskPtr& task, int& c,
         }
         frame->isConsumed = stream->next();
     }
-    SANITY_CHECK(frame->isConsumed);
+    YIELDING_CHECK(frame->isConsumed);
     YIELDING_END;
 }
 
@@ -532,7 +532,7 @@ void OMStored::parseName_yielding(const TaskPtr& task, std::string& name,
         name.push_back(static_cast<char>(frame->c));
         frame->isConsumed = stream->next();
     }
-    SANITY_CHECK(frame->isConsumed);
+    YIELDING_CHECK(frame->isConsumed);
     YIELDING_END;
 }
 
@@ -545,7 +545,7 @@ void OMStored::parseChars_yielding(const TaskPtr& task, bool& success,
         bool isConsumed = true; // the stream took the last character
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
-    SANITY_CHECK(stream);
+    YIELDING_CHECK(stream);
     frame->startPos = stream->getPos();
     YIELDING_CALL(skipWhitespace_yielding(task, frame->c, stream));
     while (frame->matched < chars.size() && frame->isConsumed) {
@@ -556,7 +556,7 @@ void OMStored::parseChars_yielding(const TaskPtr& task, bool& success,
         ++frame->matched;
         frame->isConsumed = stream->next();
     }
-    SANITY_CHECK(frame->isConsumed);
+    YIELDING_CHECK(frame->isConsumed);
     if (frame->matched < chars.size()) {
         stream->setPos(frame->startPos);
         YIELDING_FINISH;
@@ -573,7 +573,7 @@ void OMStored::parseKeyword_yielding(const TaskPtr& task, bool& success,
         int c = NOTHING_YET;    // the character after them
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
-    SANITY_CHECK(stream);
+    YIELDING_CHECK(stream);
     frame->startPos = stream->getPos();
     YIELDING_CALL(parseChars_yielding(task, frame->isMatched, stream, keyword));
     if (! frame->isMatched) {
@@ -608,7 +608,7 @@ void OMStored::parseString_yielding(const TaskPtr& task, bool& success, std::str
         frame->raw.push_back(static_cast<char>(frame->c));
         frame->isConsumed = stream->next();
     }
-    SANITY_CHECK(frame->isConsumed);
+    YIELDING_CHECK(frame->isConsumed);
     if (frame->c == AT_END) {
         errorMessage = "unexpected end of inputStream";
         YIELDING_FINISH;
@@ -617,8 +617,8 @@ void OMStored::parseString_yielding(const TaskPtr& task, bool& success, std::str
         errorMessage = "unexpected end of string in quoted string";
         YIELDING_FINISH;
     }
-    SANITY_CHECK(stream->next());
-    SANITY_CHECK(set(Utils::decodeString(frame->raw)));
+    YIELDING_CHECK(stream->next());
+    YIELDING_CHECK(set(Utils::decodeString(frame->raw)));
     success = true;
     YIELDING_END;
 }
@@ -633,7 +633,7 @@ void OMStored::parseHereDocument_yielding(const TaskPtr& task, bool& success, st
         bool isConsumed = true; // the stream took the last character
     };
     YIELDING_BEGIN(LocalVariableState, frame, (success = false, errorMessage.clear()));
-    SANITY_CHECK(stream);
+    YIELDING_CHECK(stream);
     YIELDING_CALL(skipWhitespace_yielding(task, frame->c, stream));
     YIELDING_CALL(parseName_yielding(task, frame->delimiter, stream));
     while (frame->isConsumed) {
@@ -643,7 +643,7 @@ void OMStored::parseHereDocument_yielding(const TaskPtr& task, bool& success, st
         }
         frame->isConsumed = stream->next();
     }
-    SANITY_CHECK(frame->isConsumed);
+    YIELDING_CHECK(frame->isConsumed);
     if (frame->c == AT_END) {
         errorMessage = "unexpected end of inputStream";
         YIELDING_FINISH;
@@ -652,11 +652,11 @@ void OMStored::parseHereDocument_yielding(const TaskPtr& task, bool& success, st
     if (frame->delimiter.empty() || (frame->c != '\n' && frame->c != '\r')) {
         YIELDING_FINISH;
     }
-    SANITY_CHECK(stream->next());
+    YIELDING_CHECK(stream->next());
     if (frame->c == '\r') {
         YIELDING_CALL(peekChar_yielding(task, frame->c, stream));
         if (frame->c == '\n') {
-            SANITY_CHECK(stream->next());
+            YIELDING_CHECK(stream->next());
         }
     }
     frame->text = HereDocumentText(frame->delimiter);
@@ -667,8 +667,8 @@ void OMStored::parseHereDocument_yielding(const TaskPtr& task, bool& success, st
         }
         frame->isConsumed = stream->next();
     }
-    SANITY_CHECK(frame->isConsumed);
-    SANITY_CHECK(set(frame->text.getText()));
+    YIELDING_CHECK(frame->isConsumed);
+    YIELDING_CHECK(set(frame->text.getText()));
     success = true;
     YIELDING_END;
 }
@@ -685,8 +685,8 @@ void OMStored::parseComment_yielding(const TaskPtr& task, bool& success, std::st
         bool isConsumed = true;   // the stream took the last character
     };
     YIELDING_BEGIN(LocalVariableState, frame, (success = false, errorMessage.clear()));
-    SANITY_CHECK(stream);
-    SANITY_CHECK(stream->getPos() > 0);
+    YIELDING_CHECK(stream);
+    YIELDING_CHECK(stream->getPos() > 0);
     frame->slashPos = stream->getPos() - 1;
     YIELDING_CALL(peekChar_yielding(task, frame->c, stream));
     if (frame->c != '/' && frame->c != '*') {
@@ -711,7 +711,7 @@ void OMStored::parseComment_yielding(const TaskPtr& task, bool& success, std::st
         }
         frame->isAfterStar = frame->c == '*';
     }
-    SANITY_CHECK(frame->isConsumed);
+    YIELDING_CHECK(frame->isConsumed);
     if (frame->isBlock && frame->c == AT_END) {
         errorMessage = "unexpected end of inputStream";
         YIELDING_FINISH;

@@ -23,7 +23,7 @@ void OMStored::parseExpression_yielding(const TaskPtr& task, bool& success,
     YIELDING_CALL(ExpressionParser::parseExpression_yielding(
         task, success, frame->result, stream, parenNesting, static_cast<ParseType>(parseType)));
     if (success) {
-        SANITY_CHECK(set(frame->result));
+        YIELDING_CHECK(set(frame->result));
     }
     YIELDING_END;
 }
@@ -39,15 +39,14 @@ void OMStored::parseExpressionList_yielding(const TaskPtr& task, bool& success,
         setUndefined();
         YIELDING_FINISH;
     }
-    SANITY_CHECK(set(frame->result));
+    YIELDING_CHECK(set(frame->result));
     YIELDING_END;
 }
 
 void OMStored::parseAndEvalStream_yielding(const TaskPtr& task, bool& success, const ScopePtr& scope) {
     // The stream is the task's, taken on every entry: it doesn't change while the task lives.
     std::shared_ptr<InputStream> stream = task->getIOStream();
-    if (! stream) {
-        LOG_ERROR("SANITY_CHECK failed: 'ioStream' evaluates to false");
+    if (! SANITY_CHECKED(stream)) {
         success = false;
         return;
     }
@@ -67,7 +66,7 @@ void OMStored::parseAndEvalFrom_yielding(const TaskPtr& task, bool& success, con
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     frame->ioStream = std::dynamic_pointer_cast<IOStreamPrompted>(stream);
-    SANITY_CHECK(scope);
+    YIELDING_CHECK(scope);
     for (;;) {
         YIELDING_CALL(peekChar_yielding(task, frame->c, stream));
         if (frame->c == InputStream::AT_END) {
@@ -94,10 +93,10 @@ void OMStored::parseAndEvalFrom_yielding(const TaskPtr& task, bool& success, con
             continue;
         }
         frame->startPos = stream->getPos();
-        SANITY_CHECK(task->updateParsingNestLevel(1));
+        YIELDING_CHECK(task->updateParsingNestLevel(1));
         YIELDING_CALL(ExpressionParser::parseExpression_yielding(task, frame->ok, frame->parsed, stream, 0,
                                                                  PARSE_STATEMENT));
-        SANITY_CHECK(task->updateParsingNestLevel(-1));
+        YIELDING_CHECK(task->updateParsingNestLevel(-1));
         frame->pendingNode.reset();
         if (stream->getPos() == frame->startPos) {
             // Nothing could be read: step over one character, so that bad input can't stop the loop.
@@ -124,7 +123,7 @@ void OMStored::evalScript_yielding(const TaskPtr& task, NodePtr& out, const Scop
         bool ok = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
-    SANITY_CHECK(scope);
+    YIELDING_CHECK(scope);
     {
         std::ifstream file(scriptFilePath, std::ios::binary);
         if (! file) {

@@ -18,12 +18,9 @@ std::shared_ptr<CallTask> CallTask::factory(const char* name, Body body, int64_t
 bool CallTask::call(const char* name, Body body, int64_t timeoutMicroseconds) {
     bool retVal = false;
     do {
-        std::shared_ptr<CallTask> task;
-        ASSIGN(task, factory(name, std::move(body), timeoutMicroseconds));
-        if (!task->runToCompletion()) {
-            LOG_ERROR_F("SANITY_CHECK failed: '%s->runToCompletion()' evaluates to false", name);
-            break;
-        }
+        std::shared_ptr<CallTask> callTask;
+        ASSIGN(callTask, factory(name, std::move(body), timeoutMicroseconds));
+        SANITY_CHECK(callTask->runToCompletion());
         retVal = true;
     } while (false);
     return retVal;

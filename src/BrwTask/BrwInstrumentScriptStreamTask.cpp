@@ -66,18 +66,15 @@ void InstrumentScriptStreamTask::instrumentScript_yielding(const std::shared_ptr
         bool isEvaluatorDue = false;      // let the evaluator run before reading on
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
-    SANITY_CHECK(fScope);
-    SANITY_CHECK(fIOStreamPrompted);
-    SANITY_CHECK(fOutputStreamString);
+    YIELDING_CHECK(fScope);
+    YIELDING_CHECK(fIOStreamPrompted);
+    YIELDING_CHECK(fOutputStreamString);
     while (! fIsAtEnd || ! fFinishedStatements.empty()) {
         if (! fFinishedStatements.empty()) {
             frame->statement = std::move(fFinishedStatements.front());
             fFinishedStatements.pop_front();
             YIELDING_CALL(runStatement_yielding(task, success, frame->statement));
-            if (! success) {
-                LOG_ERROR("SANITY_CHECK failed: 'success' evaluates to false");
-                YIELDING_FINISH;
-            }
+            YIELDING_CHECK(success);
         } else if (frame->isEvaluatorDue) {
             frame->isEvaluatorDue = false;
             YIELDING_WAIT(task->yield());
@@ -111,9 +108,9 @@ void InstrumentScriptStreamTask::runStatement_yielding(const std::shared_ptr<Tas
     {
         std::shared_ptr<IOStreamPrompted> ioStream =
             std::dynamic_pointer_cast<IOStreamPrompted>(task->getIOStream());
-        SANITY_CHECK(ioStream);
+        YIELDING_CHECK(ioStream);
         std::shared_ptr<OutputStream> outputStream = ioStream->getOutputStream();
-        SANITY_CHECK(outputStream);
+        YIELDING_CHECK(outputStream);
         frame->outputStream = outputStream;
     }
     // The line end is what makes the evaluator echo the value.

@@ -169,8 +169,7 @@ void Task::handleCompletion() {
     fIsTaskCompleted = true;
     while (! fChildTasks.empty()) {
         std::shared_ptr<Task> childTask = fChildTasks.begin()->second;
-        if (! childTask) {
-            LOG_ERROR("SANITY_CHECK failed: 'childTask' evaluates to false");
+        if (! SANITY_CHECKED(childTask)) {
             break;
         }
         const size_t childCount = fChildTasks.size();
@@ -242,7 +241,7 @@ bool Task::releaseFunctionState(const OMFunctionState* state) {
         if (! fIsTimedOut && fDeadline != 0 && Clock::now() >= fDeadline) {
             fIsTimedOut = true;
         }
-        if (fIsTimedOut || state->fStep == -1) {
+        if (fIsTimedOut || state->fStep == OMFunctionState::FINISHED_STEP) {
             // Drops this frame and anything a failed callee may have left above it.
             fFunctionStates.resize(fFunctionStateIndex);
         }

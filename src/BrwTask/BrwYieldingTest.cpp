@@ -33,8 +33,8 @@ private:
 
 // A source of characters that has nothing to give now and then (-2), like a person typing.
 struct SlowSource {
-    std::string fText;      // what will arrive
-    size_t fPos = 0;        // next character to hand out
+    std::string fText;       // what will arrive
+    size_t fPos = 0;         // next character to hand out
     int fPollsUntilNext = 0; // polls that still find nothing
     int fGapPolls = 2;       // polls with nothing before each character
 
@@ -105,7 +105,7 @@ void inner_yielding(const std::shared_ptr<Task>& task, int& result, int waits, s
         YIELDING_WAIT(task->yield());
         log.push_back("inner resumed");
     }
-    SANITY_CHECK(! failAfterWait);
+    YIELDING_CHECK(! failAfterWait);
     log.push_back("inner end");
     result = 7;
     YIELDING_END;
@@ -119,21 +119,21 @@ void middle_yielding(const std::shared_ptr<Task>& task, int& result, int waits, 
     YIELDING_BEGIN(LocalVariableState, frame, result = 0);
     log.push_back("middle begin");
     YIELDING_CALL(inner_yielding(task, frame->innerResult, waits, log, failAfterWait));
-    SANITY_CHECK(frame->innerResult == 7);
+    YIELDING_CHECK(frame->innerResult == 7);
     log.push_back("middle end");
     result = frame->innerResult * 10;
     YIELDING_END;
 }
 
-void outer_yielding(const std::shared_ptr<Task>& task, bool& success, int waits, std::vector<std::string>& log,
-                    bool failAfterWait) {
+void outer_yielding(const std::shared_ptr<Task>& task, bool& success, int waits,
+                    std::vector<std::string>& log, bool failAfterWait) {
     struct LocalVariableState : OMFunctionState {
         int middleResult = 0;
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     log.push_back("outer begin");
     YIELDING_CALL(middle_yielding(task, frame->middleResult, waits, log, failAfterWait));
-    SANITY_CHECK(frame->middleResult == 70);
+    YIELDING_CHECK(frame->middleResult == 70);
     log.push_back("outer end");
     success = true;
     YIELDING_END;
@@ -144,7 +144,7 @@ int slicesToComplete(const std::shared_ptr<Task>& task) {
     int slices = 0;
     while (! task->isTaskCompleted() && slices < 1000) {
         ++slices;
-        if (!task->runTimeslice(1000000)) {
+        if (! task->runTimeslice(1000000)) {
             break;
         }
     }
@@ -160,7 +160,7 @@ bool YieldingTest::test() {
     allOK = testNestedCalleesResumeMidway() && allOK;
     allOK = testCalleeFinishingAtOnceCostsNoYield() && allOK;
     allOK = testCheckFailingThreeDeepMidSlice() && allOK;
-    allOK = testCheckInsideInnerLoopEndsAtNextStep() && allOK;
+    allOK = testCheckInsideLoopEndsTheFunction() && allOK;
     allOK = testSliceEndingBetweenStepsResumesThere() && allOK;
     return allOK;
 }
@@ -172,7 +172,8 @@ bool YieldingTest::testCharacterSourceExample() {
         std::string line;
         int64_t savedSleep = InternalCoordinator::fEventLoopSleepMicroseconds;
         InternalCoordinator::fEventLoopSleepMicroseconds = 0;
-        auto task = BodyTask::factory([&](const std::shared_ptr<Task>& self) { readAll_yielding(self, line, source); });
+        auto task = BodyTask::factory(
+            [&](const std::shared_ptr<Task>& self) { readAll_yielding(self, line, source); });
         const int slices = slicesToComplete(task);
         InternalCoordinator::fEventLoopSleepMicroseconds = savedSleep;
         CHECK_EQUAL(line, "abc");
@@ -241,7 +242,8 @@ bool YieldingTest::testCheckFailingThreeDeepMidSlice() {
         }
         // Every level saw its callee fail: no "end" line ran, no frame is left, the task is done.
         SANITY_CHECK(! success);
-        const std::vector<std::string> expected = {"outer begin", "middle begin", "inner begin", "inner resumed"};
+        const std::vector<std::string> expected = {"outer begin", "middle begin", "inner begin",
+                                                   "inner resumed"};
         SANITY_CHECK(log == expected);
         CHECK_EQUAL(task->getFunctionStateCount(), 0u);
         SANITY_CHECK(task->isTaskCompleted());
@@ -250,36 +252,44 @@ bool YieldingTest::testCheckFailingThreeDeepMidSlice() {
     return retVal;
 }
 
-bool YieldingTest::testCheckInsideInnerLoopEndsAtNextStep() {
+// The shape of the example at the top of BrwYielding.h: a check inside a loop, `success = true` behind
+// the loop. A failed check must end the function there, in the slice where the callee was called and in
+// the slice after a wait.
+bool YieldingTest::testCheckInsideLoopEndsTheFunction() {
     bool retVal = false;
     do {
-        std::vector<std::string> log;
-        bool success = true;
-        auto body = [&](const std::shared_ptr<Task>& task) {
-            struct LocalVariableState : OMFunctionState {
-                int i = 0;
+        for (const bool waitFirst : {false, true}) {
+            std::vector<std::string> log;
+            bool success = true;
+            auto body = [&](const std::shared_ptr<Task>& task) {
+                struct LocalVariableState : OMFunctionState {
+                    int i = 0;
+                    bool ok = false;
+                };
+                YIELDING_BEGIN(LocalVariableState, frame, success = false);
+                while (frame->i < 3) {
+                    if (waitFirst) {
+                        YIELDING_WAIT(task->yield());
+                    }
+                    frame->ok = frame->i < 1;
+                    YIELDING_CHECK(frame->ok);
+                    log.push_back("looped");
+                    ++frame->i;
+                }
+                log.push_back("after loop");
+                success = true;
+                YIELDING_END;
             };
-            YIELDING_BEGIN(LocalVariableState, frame, success = false);
-            for (frame->i = 0; frame->i < 3; ++frame->i) {
-                SANITY_CHECK(frame->i < 1);
-                log.push_back("looped");
+            auto task = BodyTask::factory(body);
+            {
+                LogLevelScope quiet(0);
+                CHECK_EQUAL(slicesToComplete(task), waitFirst ? 3 : 1);
             }
-            log.push_back("after loop");
-            YIELDING_WAIT(task->yield());
-            log.push_back("after wait");
-            success = true;
-            YIELDING_END;
-        };
-        auto task = BodyTask::factory(body);
-        {
-            LogLevelScope quiet(0);
-            CHECK_EQUAL(slicesToComplete(task), 1);
+            SANITY_CHECK(! success);
+            const std::vector<std::string> expected = {"looped"};
+            SANITY_CHECK(log == expected);
+            CHECK_EQUAL(task->getFunctionStateCount(), 0u);
         }
-        SANITY_CHECK(! success);
-        // NOTE: straight code up to the next step macro still runs after a check left an inner loop.
-        const std::vector<std::string> expected = {"looped", "after loop"};
-        SANITY_CHECK(log == expected);
-        CHECK_EQUAL(task->getFunctionStateCount(), 0u);
         retVal = true;
     } while (false);
     return retVal;

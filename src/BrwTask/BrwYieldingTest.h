@@ -17,7 +17,7 @@ private:
     bool testNestedCalleesResumeMidway();
     bool testCalleeFinishingAtOnceCostsNoYield();
     bool testCheckFailingThreeDeepMidSlice();
-    bool testCheckInsideInnerLoopEndsAtNextStep();
+    bool testCheckInsideLoopEndsTheFunction();
     bool testSliceEndingBetweenStepsResumesThere();
 };
 
