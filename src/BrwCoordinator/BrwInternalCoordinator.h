@@ -122,11 +122,11 @@ private:
     // Runs the startup script of -F to its end in the coordinator scope.
     [[nodiscard]] bool runStartupScript();
 
-    bool fIsTerminating = false;     // set once by terminate(); never reset
-    std::shared_ptr<Task> fMainTask; // runs timeslice_yielding
-    std::shared_ptr<OMScope> fCoordinatorScope; // variables of the scripts run here
-    IdleBackoff fIdleBackoff;        // the sleep between turns of the event loop
-    uint64_t fRoundCounter = 0;      // rounds of timeslice_yielding
+    bool fIsTerminating = false;                 // set once by terminate(); never reset
+    std::shared_ptr<Task> fMainTask;             // runs timeslice_yielding
+    std::shared_ptr<OMScope> fCoordinatorScope;  // variables of the scripts run here
+    IdleBackoff fIdleBackoff;                    // the sleep between turns of the event loop
+    uint64_t fRoundCounter = 0;                  // rounds of timeslice_yielding
     std::shared_ptr<InputStream> fInputStream;   // made by inputStreamFactory
     std::shared_ptr<OutputStream> fOutputStream; // made by outputStreamFactory
 

@@ -17,8 +17,8 @@ public:
     static uint64_t getReportCount() { return fReportCount; }
 
 private:
-    static inline std::string fFile;          // the script error file, or empty
-    static inline uint64_t fReportCount = 0;  // reports so far
+    static inline std::string fFile;         // the script error file, or empty
+    static inline uint64_t fReportCount = 0; // reports so far
 };
 
 } // namespace Brw

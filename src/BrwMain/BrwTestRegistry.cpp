@@ -2,19 +2,19 @@
 
 #include <memory>
 
+#include "BrwCoordinator/BrwInternalCoordinatorTest.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwLoggerTest.h"
-#include "BrwCoordinator/BrwInternalCoordinatorTest.h"
 #include "BrwMain/BrwTest.h"
 #include "BrwObject/BrwObjectRegistryTest.h"
 #include "BrwParser/BrwAccessorTest.h"
 #include "BrwParser/BrwBuiltinsTest.h"
-#include "BrwParser/BrwOperatorsTest.h"
 #include "BrwParser/BrwExpressionTest.h"
-#include "BrwParser/BrwOMStoredTest.h"
-#include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwLiteralsTest.h"
 #include "BrwParser/BrwOMQuickValueTest.h"
+#include "BrwParser/BrwOMStoredTest.h"
+#include "BrwParser/BrwOperatorsTest.h"
+#include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwStreamTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
 #include "BrwTask/BrwParseScriptTaskTest.h"

@@ -92,7 +92,8 @@ NodePtr ret(const NodePtr& value) {
     return value->wrapReturnValue();
 }
 
-NodePtr function(const char* functionName, std::initializer_list<const char*> parameters, const NodePtr& body) {
+NodePtr function(const char* functionName, std::initializer_list<const char*> parameters,
+                 const NodePtr& body) {
     auto signature = std::make_shared<FunctionSignature>();
     (void)signature->addParameter(functionName);
     for (const char* parameter : parameters) {
@@ -135,7 +136,8 @@ std::shared_ptr<OMScope> freshScope() {
 bool ExpressionTest::setup() {
     // Script errors provoked here go to a file of the test's own.
     gSavedScriptErrorFile = ScriptErrorLog::getFile();
-    ScriptErrorLog::setFile((std::filesystem::temp_directory_path() / "brw-expression-test-errors.txt").string());
+    ScriptErrorLog::setFile(
+        (std::filesystem::temp_directory_path() / "brw-expression-test-errors.txt").string());
     return true;
 }
 
@@ -220,7 +222,8 @@ bool ExpressionTest::testLoopsAndBreak() {
             bin(ASSIGN, name("s"), lit(OMInt(0))),
             bin(WHILE, lit(true),
                 block({bin(ASSIGN, name("i"), bin(ADD, name("i"), lit(OMInt(1)))),
-                       ifElse(bin(COMPARE_EQ, name("i"), lit(OMInt(5))), keyword(_break), OMStored::undefinedFactory()),
+                       ifElse(bin(COMPARE_EQ, name("i"), lit(OMInt(5))), keyword(_break),
+                              OMStored::undefinedFactory()),
                        bin(ASSIGN, name("s"), bin(ADD, name("s"), name("i")))})),
         });
         NodePtr value = eval(loop, scope);
@@ -234,14 +237,16 @@ bool ExpressionTest::testLoopsAndBreak() {
             bin(ASSIGN, name("k"), lit(OMInt(0))),
             bin(WHILE, bin(COMPARE_LT, name("k"), lit(OMInt(3))),
                 block({bin(ASSIGN, name("k"), bin(ADD, name("k"), lit(OMInt(1)))),
-                       bin(WHILE, lit(true), block({bin(ASSIGN, name("n"), bin(ADD, name("n"), lit(OMInt(1)))),
-                                                    keyword(_break)}))})),
+                       bin(WHILE, lit(true),
+                           block({bin(ASSIGN, name("n"), bin(ADD, name("n"), lit(OMInt(1)))),
+                                  keyword(_break)}))})),
         });
         SANITY_CHECK(eval(nested, scope));
         CHECK_EQUAL(scope->getOMNode("n")->getInt(), 3);
 
         // do { n = n + 1 } while (false): the body runs once, before any test.
-        NodePtr doWhile = bin(DO_WHILE, bin(ASSIGN, name("n"), bin(ADD, name("n"), lit(OMInt(1)))), lit(false));
+        NodePtr doWhile =
+            bin(DO_WHILE, bin(ASSIGN, name("n"), bin(ADD, name("n"), lit(OMInt(1)))), lit(false));
         SANITY_CHECK(eval(doWhile, scope));
         CHECK_EQUAL(scope->getOMNode("n")->getInt(), 4);
         retVal = true;
@@ -262,20 +267,23 @@ bool ExpressionTest::testFunctionsAndReturn() {
         CHECK_EQUAL(eval(call("bla4", {lit(OMInt(2))}), scope)->getInt(), 13);
 
         // A return deep in nested loops ends the function with its value.
-        NodePtr deep = function("deep", {}, block({bin(WHILE, lit(true), bin(WHILE, lit(true), ret(lit(OMInt(42))))),
-                                                   lit(OMInt(0))}));
+        NodePtr deep = function(
+            "deep", {},
+            block({bin(WHILE, lit(true), bin(WHILE, lit(true), ret(lit(OMInt(42))))), lit(OMInt(0))}));
         SANITY_CHECK(eval(deep, scope));
         CHECK_EQUAL(eval(call("deep", {}), scope)->getInt(), 42);
 
         // a = 10; return 'a'; a = 20: the sequence stops at the return.
-        NodePtr early = block({bin(ASSIGN, name("a"), lit(OMInt(10))), ret(lit("a")),
-                               bin(ASSIGN, name("a"), lit(OMInt(20)))});
+        NodePtr early = block(
+            {bin(ASSIGN, name("a"), lit(OMInt(10))), ret(lit("a")), bin(ASSIGN, name("a"), lit(OMInt(20)))});
         CHECK_EQUAL(eval(early, scope)->getString(), "a");
         CHECK_EQUAL(scope->getOMNode("a")->getInt(), 10);
 
         // Missing arguments are Undefined; a name unknown to the caller stays local to the frame.
-        SANITY_CHECK(eval(function("probe", {"p", "q"}, block({bin(ASSIGN, name("local"), lit(OMInt(1))),
-                                                              ret(un(TYPEOF, name("q")))})), scope));
+        SANITY_CHECK(
+            eval(function("probe", {"p", "q"},
+                          block({bin(ASSIGN, name("local"), lit(OMInt(1))), ret(un(TYPEOF, name("q")))})),
+                 scope));
         CHECK_EQUAL(eval(call("probe", {lit(OMInt(1))}), scope)->getString(), "undefined");
         SANITY_CHECK(! scope->containsAttr("local"));
         retVal = true;
@@ -290,7 +298,8 @@ bool ExpressionTest::testRecursion() {
         // function sum(n) { if (n == 0) return 0; return n + sum(n - 1) }
         NodePtr sum = function(
             "sum", {"n"},
-            block({ifElse(bin(COMPARE_EQ, name("n"), lit(OMInt(0))), ret(lit(OMInt(0))), OMStored::undefinedFactory()),
+            block({ifElse(bin(COMPARE_EQ, name("n"), lit(OMInt(0))), ret(lit(OMInt(0))),
+                          OMStored::undefinedFactory()),
                    ret(bin(ADD, name("n"), call("sum", {bin(SUBTRACT, name("n"), lit(OMInt(1)))})))}));
         SANITY_CHECK(eval(sum, scope));
         NodePtr deep = eval(call("sum", {lit(OMInt(1000))}), scope);
@@ -298,8 +307,8 @@ bool ExpressionTest::testRecursion() {
         CHECK_EQUAL(deep->getInt(), 500500);
 
         // function runaway(n) { return runaway(n + 1) }: a clear error, never a crash.
-        SANITY_CHECK(eval(function("runaway", {"n"},
-                                   ret(call("runaway", {bin(ADD, name("n"), lit(OMInt(1)))}))), scope));
+        SANITY_CHECK(eval(
+            function("runaway", {"n"}, ret(call("runaway", {bin(ADD, name("n"), lit(OMInt(1)))}))), scope));
         const uint64_t errorsBefore = ScriptErrorLog::getReportCount();
         NodePtr runaway = eval(call("runaway", {lit(OMInt(0))}), scope);
         SANITY_CHECK(runaway && runaway->getType() == OMType::Error);
@@ -323,8 +332,9 @@ bool ExpressionTest::testNamesAndElements() {
         auto map = OMStored::mapFactory();
         SANITY_CHECK(eval(bin(ASSIGN, name("m"), map), scope));
         SANITY_CHECK(eval(bin(ASSIGN, member(name("m"), "x"), lit(OMInt(5))), scope));
-        SANITY_CHECK(eval(bin(ASSIGN, element(name("m"), lit("y")),
-                              bin(ADD, member(name("m"), "x"), lit(OMInt(1)))), scope));
+        SANITY_CHECK(
+            eval(bin(ASSIGN, element(name("m"), lit("y")), bin(ADD, member(name("m"), "x"), lit(OMInt(1)))),
+                 scope));
         CHECK_EQUAL(scope->getOMNode("m")->getOMNode("y")->getInt(), 6);
         auto array = OMStored::arrayFactory();
         for (OMInt i = 1; i <= 3; ++i) {
@@ -355,7 +365,8 @@ bool ExpressionTest::testPrintedForms() {
     bool retVal = false;
     do {
         CHECK_EQUAL(bin(ASSIGN, name("a"), bin(ADD, name("b"), lit(OMInt(1))))->toString(), "a = (b + 1)");
-        CHECK_EQUAL(bin(WHILE, name("c"), bin(ASSIGN, name("a"), lit(OMInt(1))))->toString(), "while (c) {a = 1}");
+        CHECK_EQUAL(bin(WHILE, name("c"), bin(ASSIGN, name("a"), lit(OMInt(1))))->toString(),
+                    "while (c) {a = 1}");
         CHECK_EQUAL(block({bin(ASSIGN, name("a"), lit(OMInt(1))), name("a")})->toString(), "a = 1; a");
         CHECK_EQUAL(ifElse(name("c"), name("a"), name("b"))->toString(), "if (c) {a} else {b}");
         CHECK_EQUAL(call("f", {lit(OMInt(1)), lit("x")})->toString(), "f(1, \"x\")");

@@ -72,7 +72,11 @@ enum NodeReuse : int32_t {
     REUSE_NODE = 1, // nothing else refers to the operand: it may become the result
 };
 
-enum FunctionPhase : int32_t { FUNCTION_PHASE_NONE = 0, FUNCTION_PHASE_IGNORE = 1, FUNCTION_PHASE_PROCESS = 2 };
+enum FunctionPhase : int32_t {
+    FUNCTION_PHASE_NONE = 0,
+    FUNCTION_PHASE_IGNORE = 1,
+    FUNCTION_PHASE_PROCESS = 2
+};
 
 enum BinOp : int32_t {
     BINOP_NONE = 0,
@@ -168,8 +172,8 @@ public:
     virtual bool accessOMNodeResolved(const ScopePtr& scope, const OMArgs& args, AccessType accessType,
                                       uint64_t idx, NodePtr& out) = 0;
     virtual void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                               const OMArgs& args, AccessType accessType, const std::string& attr,
-                                               NodePtr& out) = 0;
+                                               const OMArgs& args, AccessType accessType,
+                                               const std::string& attr, NodePtr& out) = 0;
     virtual void accessOMNodeResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
                                                const OMArgs& args, AccessType accessType, uint64_t idx,
                                                NodePtr& out) = 0;
@@ -181,18 +185,20 @@ public:
                                                  NodePtr& out) = 0;
     virtual bool accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, uint64_t idx,
                                               NodePtr& out) const = 0;
-    virtual bool accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args, const std::string& attr,
-                                              NodePtr& out) const = 0;
-    virtual void accessOMNodeReadOnlyResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                                       const OMArgs& args, uint64_t idx, NodePtr& out) const = 0;
-    virtual void accessOMNodeReadOnlyResolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                                       const OMArgs& args, const std::string& attr,
-                                                       NodePtr& out) const = 0;
-    virtual void accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                                         const OMArgs& args, const std::string& attr,
-                                                         NodePtr& out) const = 0;
-    virtual void accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found, const ScopePtr& scope,
-                                                         const OMArgs& args, uint64_t idx, NodePtr& out) const = 0;
+    virtual bool accessOMNodeReadOnlyResolved(const ScopePtr& scope, const OMArgs& args,
+                                              const std::string& attr, NodePtr& out) const = 0;
+    virtual void accessOMNodeReadOnlyResolved_yielding(const TaskPtr& task, bool& found,
+                                                       const ScopePtr& scope, const OMArgs& args,
+                                                       uint64_t idx, NodePtr& out) const = 0;
+    virtual void accessOMNodeReadOnlyResolved_yielding(const TaskPtr& task, bool& found,
+                                                       const ScopePtr& scope, const OMArgs& args,
+                                                       const std::string& attr, NodePtr& out) const = 0;
+    virtual void accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found,
+                                                         const ScopePtr& scope, const OMArgs& args,
+                                                         const std::string& attr, NodePtr& out) const = 0;
+    virtual void accessOMNodeReadOnlyUnresolved_yielding(const TaskPtr& task, bool& found,
+                                                         const ScopePtr& scope, const OMArgs& args,
+                                                         uint64_t idx, NodePtr& out) const = 0;
     virtual bool isMapEnd(const OMMap::const_iterator& iterator) const = 0;
     virtual bool isArrayEnd(const OMArray::const_iterator& iterator) const = 0;
     virtual bool clear() = 0;
@@ -271,7 +277,8 @@ public:
     virtual void set_yielding(const TaskPtr& task, NodePtr& out, const std::string& attr,
                               const NodePtr& fromNode) = 0;
     virtual void setAndAccess_yielding(const TaskPtr& task, bool& found, uint64_t idx, NodePtr& node) = 0;
-    virtual void setAndAccess_yielding(const TaskPtr& task, bool& found, const std::string& attr, NodePtr& node) = 0;
+    virtual void setAndAccess_yielding(const TaskPtr& task, bool& found, const std::string& attr,
+                                       NodePtr& node) = 0;
     virtual void setAndAccess_yielding(const TaskPtr& task, bool& found, NodePtr& node) = 0;
     virtual bool setDataStructureParent(const NodePtr& parent, const std::string& key) = 0;
     virtual bool setDate(OMInt date) = 0;

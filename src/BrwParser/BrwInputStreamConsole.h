@@ -18,7 +18,6 @@ public:
     InputStreamConsole(const InputStreamConsole&) = delete;
     InputStreamConsole& operator=(const InputStreamConsole&) = delete;
 
-
     int32_t getEchoMode() const { return fEchoMode; }
     // Modes 1 and 3 echo what is read.
     bool isEchoOn() const { return fEchoMode == 1 || fEchoMode == 3; }
@@ -27,10 +26,10 @@ protected:
     int readChar() override;
 
 private:
-    int32_t fEchoMode;             // the consoleEcho setting
-    int fFd;                       // the descriptor read
-    bool fIsTerminal;              // fd is a terminal
-    bool fHoldsRawInput = false;   // this stream put the terminal into raw input mode
+    int32_t fEchoMode;           // the consoleEcho setting
+    int fFd;                     // the descriptor read
+    bool fIsTerminal;            // fd is a terminal
+    bool fHoldsRawInput = false; // this stream put the terminal into raw input mode
 };
 
 } // namespace Brw

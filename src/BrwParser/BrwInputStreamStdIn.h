@@ -17,7 +17,6 @@ public:
 
     explicit InputStreamStdIn(int fd = 0) : fFd(fd) {}
 
-
 protected:
     int readChar() override;
 
@@ -25,9 +24,9 @@ private:
     // Reads what the descriptor has now: 0 when a block came, NOTHING_YET or AT_END otherwise.
     int fillReadBuffer();
 
-    int fFd;                       // the descriptor read
-    std::string fReadBuffer;       // the last block read
-    size_t fReadBufferPos = 0;     // next character of fReadBuffer
+    int fFd;                   // the descriptor read
+    std::string fReadBuffer;   // the last block read
+    size_t fReadBufferPos = 0; // next character of fReadBuffer
 };
 
 } // namespace Brw

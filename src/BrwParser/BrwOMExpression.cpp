@@ -21,13 +21,20 @@ struct BinOpText {
 // The three printed parts of a binary operator, or null for a value that is none.
 const BinOpText* binOpText(BinOp binOp) {
     static const BinOpText texts[] = {
-        {"", "[", "]"},     {"", " * ", ""},   {"", " / ", ""},   {"", " % ", ""},   {"", " + ", ""},
-        {"", " - ", ""},    {"", " << ", ""},  {"", " >> ", ""},  {"", " < ", ""},   {"", " <= ", ""},
-        {"", " > ", ""},    {"", " >= ", ""},  {"", " == ", ""},  {"", " === ", ""}, {"", " !== ", ""},
-        {"", " != ", ""},   {"", " & ", ""},   {"", " ^ ", ""},   {"", " | ", ""},   {"", " && ", ""},
-        {"", " || ", ""},   {nullptr, nullptr, nullptr},          {"", " = ", ""},   {"", ", ", ""},
-        {"", "; ", ""},     {nullptr, nullptr, nullptr},          {"while (", ") {", "}"},
-        {"do {", "} while (", ")"},
+        {"", "[", "]"},          {"", " * ", ""},
+        {"", " / ", ""},         {"", " % ", ""},
+        {"", " + ", ""},         {"", " - ", ""},
+        {"", " << ", ""},        {"", " >> ", ""},
+        {"", " < ", ""},         {"", " <= ", ""},
+        {"", " > ", ""},         {"", " >= ", ""},
+        {"", " == ", ""},        {"", " === ", ""},
+        {"", " !== ", ""},       {"", " != ", ""},
+        {"", " & ", ""},         {"", " ^ ", ""},
+        {"", " | ", ""},         {"", " && ", ""},
+        {"", " || ", ""},        {nullptr, nullptr, nullptr},
+        {"", " = ", ""},         {"", ", ", ""},
+        {"", "; ", ""},          {nullptr, nullptr, nullptr},
+        {"while (", ") {", "}"}, {"do {", "} while (", ")"},
     };
     const int index = static_cast<int>(binOp) - INDEX;
     if (index < 0 || index >= static_cast<int>(std::size(texts)) || texts[index].infix == nullptr) {
@@ -156,14 +163,14 @@ const char* OMExpression::ternOpToSuffixStr(TernOp ternOp) {
 }
 
 bool OMExpression::nodesEqual(const std::shared_ptr<IOMNode>& left, const std::shared_ptr<IOMNode>& right) {
-    if (!left || ! right) {
-        return !left && ! right;
+    if (! left || ! right) {
+        return ! left && ! right;
     }
     return left->cmpOp_EQ(*right, KEEP_NODE);
 }
 
 bool OMExpression::nodesLess(const std::shared_ptr<IOMNode>& left, const std::shared_ptr<IOMNode>& right) {
-    if (!left || ! right) {
+    if (! left || ! right) {
         return ! left && right;
     }
     return left->cmpOp_LT(*right, KEEP_NODE);

@@ -33,7 +33,8 @@ public:
 
     // Evaluates the expression.
     virtual void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
-                              AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase) = 0;
+                              AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                              ScriptPhase phase) = 0;
     // The short form for the top of an evaluation: GET at run time.
     virtual void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                               const std::shared_ptr<OMScope>& scope);
@@ -41,17 +42,20 @@ public:
     virtual bool scanForLocalVariables(const std::shared_ptr<FunctionSignature>& signature,
                                        bool isStartOfStatement) = 0;
     // Assigns `value` through this expression.
-    virtual void set_yielding(const std::shared_ptr<Task>& task, bool& success, std::shared_ptr<IOMNode>& value,
-                              const std::shared_ptr<OMScope>& scope, ScriptPhase phase) = 0;
+    virtual void set_yielding(const std::shared_ptr<Task>& task, bool& success,
+                              std::shared_ptr<IOMNode>& value, const std::shared_ptr<OMScope>& scope,
+                              ScriptPhase phase) = 0;
     virtual Kind getExpressionKind() const = 0;
     virtual uint64_t hash() const = 0;
     virtual std::string toString() const = 0;
     virtual bool operator==(const OMExpression& other) const = 0;
-    virtual bool operator!=(const OMExpression& other) const { return !(*this == other); }
+    virtual bool operator!=(const OMExpression& other) const { return ! (*this == other); }
     virtual bool operator<(const OMExpression& other) const = 0;
     virtual bool operator<=(const OMExpression& other) const { return *this < other || *this == other; }
-    virtual bool operator>(const OMExpression& other) const { return !(*this < other) && !(*this == other); }
-    virtual bool operator>=(const OMExpression& other) const { return !(*this < other); }
+    virtual bool operator>(const OMExpression& other) const {
+        return ! (*this < other) && ! (*this == other);
+    }
+    virtual bool operator>=(const OMExpression& other) const { return ! (*this < other); }
 
     bool isLValue() const { return getExpressionKind() >= LVALUE_CALL && getExpressionKind() <= LVALUE_STR; }
     // The name of a plain name l-value; empty for anything else.
@@ -148,7 +152,7 @@ protected:
     static bool isBreakNode(const std::shared_ptr<IOMNode>& node);
 
 private:
-    DirectShape fDirectShape = DIRECT_UNKNOWN; // found on the first evaluation
+    DirectShape fDirectShape = DIRECT_UNKNOWN;          // found on the first evaluation
     std::shared_ptr<FunctionSignature> fQuickSignature; // what the quick form was compiled for, if tried
     std::shared_ptr<OMQuickFunction> fQuickFunction;    // null when the body has none
 

@@ -10,7 +10,8 @@
 
 namespace Brw {
 
-std::shared_ptr<OMExpressionBinary> OMExpressionBinary::factory(BinOp binOp, const std::shared_ptr<IOMNode>& node1,
+std::shared_ptr<OMExpressionBinary> OMExpressionBinary::factory(BinOp binOp,
+                                                                const std::shared_ptr<IOMNode>& node1,
                                                                 const std::shared_ptr<IOMNode>& node2) {
     std::shared_ptr<OMExpressionBinary> retVal;
     do {
@@ -21,9 +22,9 @@ std::shared_ptr<OMExpressionBinary> OMExpressionBinary::factory(BinOp binOp, con
     return retVal;
 }
 
-void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
-                                          const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                          OMExpressionBinaryResolution& resolution) {
+void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved,
+                                          AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                          ScriptPhase phase, OMExpressionBinaryResolution& resolution) {
     struct LocalVariableState : OMFunctionState {
         AccessType node1Access = GET; // how the left operand is resolved
     };
@@ -38,10 +39,10 @@ void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, boo
             expression1->getExpressionKind() == LVALUE_TOKEN && expression1->getToken() == _reference;
         frame->node1Access = SET;
     }
-    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode1, frame->node1Access, fNode1,
-                                                   scope, phase, KEEP_RETURN_VALUE));
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode1, frame->node1Access,
+                                                   fNode1, scope, phase, KEEP_RETURN_VALUE));
     YIELDING_CHECK(resolution.fResolvedNode1);
-    if (!resolution.fResolvedNode1->isResolved(phase)) {
+    if (! resolution.fResolvedNode1->isResolved(phase)) {
         YIELDING_FINISH;
     }
     if (fBinOp == WHILE || fBinOp == DO_WHILE) {
@@ -61,8 +62,8 @@ void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, boo
         YIELDING_FINISH;
     }
     YIELDING_CHECK(fNode2);
-    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode2, accessType, fNode2, scope, phase,
-                                                   KEEP_RETURN_VALUE));
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode2, accessType, fNode2, scope,
+                                                   phase, KEEP_RETURN_VALUE));
     YIELDING_CHECK(resolution.fResolvedNode2);
     {
         const bool isReturn = isReturnNode(resolution.fResolvedNode2);
@@ -95,9 +96,9 @@ void OMExpressionBinary::resolve_yielding(const std::shared_ptr<Task>& task, boo
     YIELDING_END;
 }
 
-void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
-                                       const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                       OMExpressionBinaryResolution& resolution) {
+void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& resolved,
+                                       AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                       ScriptPhase phase, OMExpressionBinaryResolution& resolution) {
     struct LocalVariableState : OMFunctionState {
         std::shared_ptr<IOMNode> condition; // value of the condition
         std::shared_ptr<IOMNode> body;      // value of the body
@@ -113,7 +114,7 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
         frame->isBodyDone = isDoWhile;
     }
     for (;;) {
-        if (!frame->isBodyDone) {
+        if (! frame->isBodyDone) {
             // A break or return in the condition counts as its plain value.
             if (isBreakNode(frame->condition)) {
                 frame->condition = OMStored::undefinedFactory();
@@ -121,7 +122,7 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
                 frame->condition = frame->condition->unwrapReturnValue();
                 YIELDING_CHECK(frame->condition);
             }
-            if (!frame->condition->getAsBool()) {
+            if (! frame->condition->getAsBool()) {
                 // A finished loop has the value undefined.
                 resolution.fResolvedNode1 = OMStored::undefinedFactory();
                 resolution.fResolvedNode2 = OMStored::undefinedFactory();
@@ -148,7 +149,7 @@ void OMExpressionBinary::loop_yielding(const std::shared_ptr<Task>& task, bool& 
                                                                scope, phase, KEEP_RETURN_VALUE));
             }
             YIELDING_CHECK(frame->body);
-            if (!frame->body->isResolved(phase)) {
+            if (! frame->body->isResolved(phase)) {
                 YIELDING_FINISH;
             }
         }
@@ -211,7 +212,7 @@ void OMExpressionBinary::get_yielding(const std::shared_ptr<Task>& task, std::sh
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     YIELDING_CHECK(scope);
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
-    if (!frame->resolved) {
+    if (! frame->resolved) {
         YIELDING_FINISH;
     }
     if (phase == PARSE && (frame->resolution.fResolvedNode1->getType() == OMType::Expression ||
@@ -242,13 +243,15 @@ void OMExpressionBinary::get_yielding(const std::shared_ptr<Task>& task, std::sh
         if (fNode1->getType() == OMType::Expression) {
             YIELDING_CHECK(fNode1->getExpression());
             if (fNode1->getExpression()->isLValue()) {
-                YIELDING_CALL(fNode1->getExpression()->set_yielding(task, frame->success, result, scope, phase));
-                if (!frame->success) {
+                YIELDING_CALL(
+                    fNode1->getExpression()->set_yielding(task, frame->success, result, scope, phase));
+                if (! frame->success) {
                     YIELDING_FINISH;
                 }
             }
         }
-        YIELDING_CALL(writeThroughParent_yielding(task, frame->success, frame->resolution.fResolvedNode1, result));
+        YIELDING_CALL(
+            writeThroughParent_yielding(task, frame->success, frame->resolution.fResolvedNode1, result));
         YIELDING_FINISH;
     }
     result = OMNode::binaryOperation(fBinOp, frame->resolution.fResolvedNode1, KEEP_NODE,
@@ -265,14 +268,16 @@ void OMExpressionBinary::writeThroughParent_yielding(const std::shared_ptr<Task>
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = true);
     frame->parent = target ? target->getDataStructureParent() : nullptr;
-    if (!frame->parent) {
+    if (! frame->parent) {
         YIELDING_FINISH;
     }
     if (frame->parent->getType() == OMType::Array && target->getDataStructureIdx() != ~uint64_t(0)) {
-        YIELDING_CALL(frame->parent->setAndAccess_yielding(task, success, target->getDataStructureIdx(), value));
+        YIELDING_CALL(
+            frame->parent->setAndAccess_yielding(task, success, target->getDataStructureIdx(), value));
         YIELDING_CHECK(success);
     } else if (frame->parent->getType() == OMType::Map && ! target->getDataStructureKey().empty()) {
-        YIELDING_CALL(frame->parent->setAndAccess_yielding(task, success, target->getDataStructureKey(), value));
+        YIELDING_CALL(
+            frame->parent->setAndAccess_yielding(task, success, target->getDataStructureKey(), value));
         YIELDING_CHECK(success);
     }
     YIELDING_END;
@@ -376,12 +381,14 @@ bool OMExpressionBinary::assignElementDirect(const std::shared_ptr<Task>& task,
     return true;
 }
 
-void OMExpressionBinary::set_yielding(const std::shared_ptr<Task>&, bool& success, std::shared_ptr<IOMNode>& value,
-                                      const std::shared_ptr<OMScope>& scope, ScriptPhase) {
+void OMExpressionBinary::set_yielding(const std::shared_ptr<Task>&, bool& success,
+                                      std::shared_ptr<IOMNode>& value, const std::shared_ptr<OMScope>& scope,
+                                      ScriptPhase) {
     success = false;
     do {
         SANITY_CHECK(fBinOp == INDEX);
-        std::shared_ptr<IOMNode> lValue = OMNode::binaryOperation(fBinOp, fNode1, KEEP_NODE, fNode2, KEEP_NODE, scope);
+        std::shared_ptr<IOMNode> lValue =
+            OMNode::binaryOperation(fBinOp, fNode1, KEEP_NODE, fNode2, KEEP_NODE, scope);
         SANITY_CHECK(lValue);
         SANITY_CHECK(lValue->set(*value));
         success = true;
@@ -394,7 +401,7 @@ bool OMExpressionBinary::scanForLocalVariables(const std::shared_ptr<FunctionSig
     do {
         if (fBinOp == ASSIGN && isStartOfStatement && fNode1) {
             const std::string name = fNode1->getAsIdentifier();
-            if (!name.empty()) {
+            if (! name.empty()) {
                 SANITY_CHECK(signature->addLocalVariable(name));
             }
         }
@@ -415,8 +422,8 @@ uint64_t OMExpressionBinary::hash() const {
 }
 
 std::string OMExpressionBinary::toString() const {
-    return std::string(binOpToPrefixStr(fBinOp)) + nodeText(fNode1) + binOpToInfixStr(fBinOp) + nodeText(fNode2) +
-           binOpToSuffixStr(fBinOp);
+    return std::string(binOpToPrefixStr(fBinOp)) + nodeText(fNode1) + binOpToInfixStr(fBinOp) +
+           nodeText(fNode2) + binOpToSuffixStr(fBinOp);
 }
 
 bool OMExpressionBinary::operator==(const OMExpression& other) const {

@@ -7,10 +7,10 @@ namespace Brw {
 
 // What one evaluation of a binary expression found.
 struct OMExpressionBinaryResolution {
-    bool fIsReferenceAssignment = false;    // the left side is a reference(...) call
+    bool fIsReferenceAssignment = false;     // the left side is a reference(...) call
     std::shared_ptr<IOMNode> fResolvedNode1; // value of the left operand (the body's value for a loop)
-    bool fIsReturn = false;                 // a return value travels on
-    bool fIsBreak = false;                  // a break travels on
+    bool fIsReturn = false;                  // a return value travels on
+    bool fIsBreak = false;                   // a break travels on
     std::shared_ptr<IOMNode> fResolvedNode2; // value of the right operand
 
     void clear() { *this = OMExpressionBinaryResolution(); }
@@ -19,7 +19,8 @@ struct OMExpressionBinaryResolution {
 // Two operands and an operator; also assignment, the loops and the two sequence operators.
 class OMExpressionBinary : public virtual OMExpression {
 public:
-    OMExpressionBinary(BinOp binOp, const std::shared_ptr<IOMNode>& node1, const std::shared_ptr<IOMNode>& node2)
+    OMExpressionBinary(BinOp binOp, const std::shared_ptr<IOMNode>& node1,
+                       const std::shared_ptr<IOMNode>& node2)
         : fBinOp(binOp), fNode1(node1), fNode2(node2) {}
 
     static std::shared_ptr<OMExpressionBinary> factory(BinOp binOp, const std::shared_ptr<IOMNode>& node1,
@@ -31,8 +32,9 @@ public:
                           OMExpressionBinaryResolution& resolution);
 
     using OMExpression::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                      ScriptPhase phase) override;
     bool scanForLocalVariables(const std::shared_ptr<FunctionSignature>& signature,
                                bool isStartOfStatement) override;
     void set_yielding(const std::shared_ptr<Task>& task, bool& success, std::shared_ptr<IOMNode>& value,

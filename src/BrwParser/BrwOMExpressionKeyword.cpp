@@ -5,8 +5,8 @@
 
 namespace Brw {
 
-void OMExpressionKeyword::get_yielding(const std::shared_ptr<Task>&, std::shared_ptr<IOMNode>& result, AccessType,
-                                       const std::shared_ptr<OMScope>&, ScriptPhase phase) {
+void OMExpressionKeyword::get_yielding(const std::shared_ptr<Task>&, std::shared_ptr<IOMNode>& result,
+                                       AccessType, const std::shared_ptr<OMScope>&, ScriptPhase phase) {
     result.reset();
     if (phase == RUN && fToken == _debugger) {
         LOG_NOTE("debugger triggered");

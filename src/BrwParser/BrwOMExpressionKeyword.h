@@ -16,8 +16,9 @@ public:
     }
 
     using OMExpression::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                      ScriptPhase phase) override;
     bool scanForLocalVariables(const std::shared_ptr<FunctionSignature>&, bool) override { return true; }
     void set_yielding(const std::shared_ptr<Task>& task, bool& success, std::shared_ptr<IOMNode>& value,
                       const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;

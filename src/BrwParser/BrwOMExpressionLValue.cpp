@@ -71,7 +71,8 @@ bool OMExpressionLValueResolution::setThisNode(const NodePtr& thisNode) {
 
 // ---- base ----
 
-std::shared_ptr<OMExpressionLValue> OMExpressionLValue::factory(const NodePtr& parent, const NodePtr& indexExpression,
+std::shared_ptr<OMExpressionLValue> OMExpressionLValue::factory(const NodePtr& parent,
+                                                                const NodePtr& indexExpression,
                                                                 const OMArgs& argumentList) {
     std::shared_ptr<OMExpressionLValue> retVal;
     do {
@@ -81,8 +82,9 @@ std::shared_ptr<OMExpressionLValue> OMExpressionLValue::factory(const NodePtr& p
     return retVal;
 }
 
-void OMExpressionLValue::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
-                                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) {
+void OMExpressionLValue::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                      ScriptPhase phase) {
     // Reading: nothing to write. The long form only reads this, so one empty pointer serves every call, and
     // forwarding as the last act needs no frame of its own.
     static NodePtr noNewValue;
@@ -102,14 +104,14 @@ void OMExpressionLValue::set_yielding(const std::shared_ptr<Task>& task, bool& s
     YIELDING_END;
 }
 
-void OMExpressionLValue::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
-                                          const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                          OMExpressionLValueResolution& resolution) {
+void OMExpressionLValue::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved,
+                                          AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                          ScriptPhase phase, OMExpressionLValueResolution& resolution) {
     struct LocalVariableState : OMFunctionState {
         bool argumentsFound = false;
         NodePtr parent;
     };
-    if (!fParent && ! fUnresolvedArgumentList && ! task->hasPendingFunctionState() && scope &&
+    if (! fParent && ! fUnresolvedArgumentList && ! task->hasPendingFunctionState() && scope &&
         scope->getType() == OMType::Map) {
         // A plain name has nothing to evaluate: no frame.
         resolution = OMExpressionLValueResolution();
@@ -123,35 +125,35 @@ void OMExpressionLValue::resolve_yielding(const std::shared_ptr<Task>& task, boo
         YIELDING_FINISH;
     }
     YIELDING_CHECK(prepareScope(scope));
-    if (!fParent && ! fUnresolvedArgumentList && isResolvableWithoutParentAndArguments()) {
+    if (! fParent && ! fUnresolvedArgumentList && isResolvableWithoutParentAndArguments()) {
         resolved = true;
         YIELDING_FINISH;
     }
     if (fUnresolvedArgumentList) {
         YIELDING_CALL(OMNode::resolveArgumentList_yielding(task, resolution.fResolvedArgumentList, GET,
-                                                           fUnresolvedArgumentList, frame->argumentsFound, scope,
-                                                           phase));
+                                                           fUnresolvedArgumentList, frame->argumentsFound,
+                                                           scope, phase));
         for (const NodePtr& argument : *resolution.fResolvedArgumentList) {
-            if (!argument || ! argument->isResolved(phase)) {
+            if (! argument || ! argument->isResolved(phase)) {
                 YIELDING_FINISH;
             }
         }
     }
-    if (!fParent) {
+    if (! fParent) {
         resolved = true;
         YIELDING_FINISH;
     }
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->parent, accessType, fParent, scope, phase,
                                                    UNWRAP_RETURN_VALUE));
     YIELDING_CHECK(frame->parent);
-    if (!frame->parent->isResolved(phase)) {
+    if (! frame->parent->isResolved(phase)) {
         YIELDING_FINISH;
     }
     YIELDING_CHECK(resolution.setThisNode(frame->parent));
     if (fUnresolvedArgumentList && frame->parent->getType() == OMType::Map) {
         // A function member of a map is its method: the map is `this`, not argument 0.
         const std::string memberName = getMemberName();
-        if (!memberName.empty() && frame->parent->getType(memberName) == OMType::Function) {
+        if (! memberName.empty() && frame->parent->getType(memberName) == OMType::Function) {
             resolution.setThisIsNoArgument(true);
         }
     }
@@ -171,17 +173,17 @@ bool OMExpressionLValue::setArgumentList(const OMArgs& unresolvedArgumentList) {
 }
 
 bool OMExpressionLValue::compareArgumentListEqual(const OMExpressionLValue& other) const {
-    if (!nodesEqual(fParent, other.fParent)) {
+    if (! nodesEqual(fParent, other.fParent)) {
         return false;
     }
-    if (!fUnresolvedArgumentList || ! other.fUnresolvedArgumentList) {
+    if (! fUnresolvedArgumentList || ! other.fUnresolvedArgumentList) {
         return ! fUnresolvedArgumentList && ! other.fUnresolvedArgumentList;
     }
     if (fUnresolvedArgumentList->size() != other.fUnresolvedArgumentList->size()) {
         return false;
     }
     for (size_t i = 0; i < fUnresolvedArgumentList->size(); ++i) {
-        if (!nodesEqual((*fUnresolvedArgumentList)[i], (*other.fUnresolvedArgumentList)[i])) {
+        if (! nodesEqual((*fUnresolvedArgumentList)[i], (*other.fUnresolvedArgumentList)[i])) {
             return false;
         }
     }
@@ -195,7 +197,7 @@ bool OMExpressionLValue::compareArgumentListLess(const OMExpressionLValue& other
     if (nodesLess(other.fParent, fParent)) {
         return false;
     }
-    if (!fUnresolvedArgumentList || ! other.fUnresolvedArgumentList) {
+    if (! fUnresolvedArgumentList || ! other.fUnresolvedArgumentList) {
         // A missing list sorts before any list.
         return ! fUnresolvedArgumentList && other.fUnresolvedArgumentList;
     }
@@ -248,7 +250,7 @@ std::string OMExpressionLValue::parentText() const {
 }
 
 std::string OMExpressionLValue::argumentListText() const {
-    if (!fUnresolvedArgumentList) {
+    if (! fUnresolvedArgumentList) {
         return std::string();
     }
     std::string text = "(";
@@ -267,9 +269,9 @@ NodePtr OMExpressionLValue::reportUnreachable(const char* scriptError) {
 
 // ---- call ----
 
-void OMExpressionLValueCall::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
-                                          const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                          NodePtr& optionalNewValue) {
+void OMExpressionLValueCall::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                          AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                          ScriptPhase phase, NodePtr& optionalNewValue) {
     struct LocalVariableState : OMFunctionState {
         OMExpressionLValueResolution resolution;
         bool resolved = false;
@@ -282,7 +284,7 @@ void OMExpressionLValueCall::get_yielding(const std::shared_ptr<Task>& task, Nod
         YIELDING_FINISH;
     }
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
-    if (!frame->resolved) {
+    if (! frame->resolved) {
         YIELDING_FINISH;
     }
     if (frame->resolution.getThisNode()->getType() != OMType::Function) {
@@ -336,10 +338,10 @@ void accessElement_yielding(const std::shared_ptr<Task>& task, NodePtr& result, 
         YIELDING_CALL(parent->accessOMNodeReadOnlyResolved_yielding(task, frame->found, scope, nullptr, key,
                                                                     frame->element));
     } else {
-        YIELDING_CALL(parent->accessOMNodeResolved_yielding(task, frame->found, scope, nullptr, accessType, key,
-                                                            frame->element));
+        YIELDING_CALL(parent->accessOMNodeResolved_yielding(task, frame->found, scope, nullptr, accessType,
+                                                            key, frame->element));
     }
-    if (!frame->found || ! frame->element) {
+    if (! frame->found || ! frame->element) {
         result = phase == RUN ? OMExpressionLValue::unreachable("cannot access index") : nullptr;
         YIELDING_FINISH;
     }
@@ -358,9 +360,9 @@ NodePtr OMExpressionLValue::unreachable(const char* scriptError) {
     return reportUnreachable(scriptError);
 }
 
-void OMExpressionLValueIndex::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
-                                           const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                           NodePtr& optionalNewValue) {
+void OMExpressionLValueIndex::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                           AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                           ScriptPhase phase, NodePtr& optionalNewValue) {
     struct LocalVariableState : OMFunctionState {
         OMExpressionLValueResolution resolution;
         bool resolved = false;
@@ -372,11 +374,11 @@ void OMExpressionLValueIndex::get_yielding(const std::shared_ptr<Task>& task, No
         YIELDING_FINISH;
     }
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
-    if (!frame->resolved) {
+    if (! frame->resolved) {
         YIELDING_FINISH;
     }
-    YIELDING_CALL(accessElement_yielding(task, result, accessType, scope, phase, frame->resolution.getThisNode(), fIndex,
-                                         optionalNewValue));
+    YIELDING_CALL(accessElement_yielding(task, result, accessType, scope, phase,
+                                         frame->resolution.getThisNode(), fIndex, optionalNewValue));
     YIELDING_END;
 }
 
@@ -400,7 +402,8 @@ bool OMExpressionLValueIndex::ownFieldLess(const OMExpressionLValue& other) cons
 }
 
 void OMExpressionLValueIndexByExpression::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
-                                                       AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                       AccessType accessType,
+                                                       const std::shared_ptr<OMScope>& scope,
                                                        ScriptPhase phase, NodePtr& optionalNewValue) {
     struct LocalVariableState : OMFunctionState {
         NodePtr index;
@@ -415,20 +418,22 @@ void OMExpressionLValueIndexByExpression::get_yielding(const std::shared_ptr<Tas
     }
     YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->index, GET, fIndexExpression, scope, phase,
                                                    UNWRAP_RETURN_VALUE));
-    if (!frame->index) {
+    if (! frame->index) {
         YIELDING_FINISH;
     }
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
-    if (!frame->resolved) {
+    if (! frame->resolved) {
         YIELDING_FINISH;
     }
     if (frame->index->getType() == OMType::Int && frame->index->getInt() >= 0) {
-        YIELDING_CALL(accessElement_yielding(task, result, accessType, scope, phase, frame->resolution.getThisNode(),
-                                             static_cast<uint64_t>(frame->index->getInt()), optionalNewValue));
+        YIELDING_CALL(
+            accessElement_yielding(task, result, accessType, scope, phase, frame->resolution.getThisNode(),
+                                   static_cast<uint64_t>(frame->index->getInt()), optionalNewValue));
     } else {
         // NOTE: anything but a whole number names a member by its text: a[-1] is the member "-1".
-        YIELDING_CALL(accessElement_yielding(task, result, accessType, scope, phase, frame->resolution.getThisNode(),
-                                             frame->index->getAsString(), optionalNewValue));
+        YIELDING_CALL(accessElement_yielding(task, result, accessType, scope, phase,
+                                             frame->resolution.getThisNode(), frame->index->getAsString(),
+                                             optionalNewValue));
     }
     YIELDING_END;
 }
@@ -505,24 +510,27 @@ std::string OMExpressionLValueIndexByExpression::toString() const {
 }
 
 bool OMExpressionLValueIndexByExpression::ownFieldEqual(const OMExpressionLValue& other) const {
-    return nodesEqual(fIndexExpression, dynamic_cast<const OMExpressionLValueIndexByExpression&>(other).fIndexExpression);
+    return nodesEqual(fIndexExpression,
+                      dynamic_cast<const OMExpressionLValueIndexByExpression&>(other).fIndexExpression);
 }
 
 bool OMExpressionLValueIndexByExpression::ownFieldLess(const OMExpressionLValue& other) const {
-    return nodesLess(fIndexExpression, dynamic_cast<const OMExpressionLValueIndexByExpression&>(other).fIndexExpression);
+    return nodesLess(fIndexExpression,
+                     dynamic_cast<const OMExpressionLValueIndexByExpression&>(other).fIndexExpression);
 }
 
 // ---- built-ins ----
 
-void OMExpressionLValueToken::registerBuiltin(Token token, Builtin builtin, Builtin_yielding builtin_yielding) {
+void OMExpressionLValueToken::registerBuiltin(Token token, Builtin builtin,
+                                              Builtin_yielding builtin_yielding) {
     if (token >= 0 && static_cast<size_t>(token) < TOKEN_COUNT) {
         builtinTable()[static_cast<size_t>(token)] = BuiltinEntry{builtin, builtin_yielding};
     }
 }
 
-void OMExpressionLValueToken::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
-                                           const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                           NodePtr& optionalNewValue) {
+void OMExpressionLValueToken::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                           AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                           ScriptPhase phase, NodePtr& optionalNewValue) {
     struct LocalVariableState : OMFunctionState {
         OMExpressionLValueResolution resolution;
         bool resolved = false;
@@ -532,13 +540,13 @@ void OMExpressionLValueToken::get_yielding(const std::shared_ptr<Task>& task, No
     if (phase == PARSE) {
         YIELDING_FINISH;
     }
-    if (!fParent && ! fUnresolvedArgumentList) {
+    if (! fParent && ! fUnresolvedArgumentList) {
         // A built-in named without a call is a value: `f = toUpperCase; f("a")` calls it later.
         result = OMStored::factory(shared_from_this());
         YIELDING_FINISH;
     }
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
-    if (!frame->resolved) {
+    if (! frame->resolved) {
         YIELDING_FINISH;
     }
     if (frame->resolution.fThisIsNoArgument) {
@@ -550,8 +558,8 @@ void OMExpressionLValueToken::get_yielding(const std::shared_ptr<Task>& task, No
     }
     if (fToken >= 0 && static_cast<size_t>(fToken) < TOKEN_COUNT &&
         builtinTable()[static_cast<size_t>(fToken)].builtin_yielding != nullptr) {
-        YIELDING_CALL(builtinTable()[static_cast<size_t>(fToken)].builtin_yielding(task, result, accessType, scope,
-                                                                                   frame->resolution));
+        YIELDING_CALL(builtinTable()[static_cast<size_t>(fToken)].builtin_yielding(task, result, accessType,
+                                                                                   scope, frame->resolution));
     } else if (fToken >= 0 && static_cast<size_t>(fToken) < TOKEN_COUNT &&
                builtinTable()[static_cast<size_t>(fToken)].builtin != nullptr) {
         result = builtinTable()[static_cast<size_t>(fToken)].builtin(accessType, scope, frame->resolution);
@@ -580,7 +588,8 @@ uint64_t OMExpressionLValueToken::hash() const {
         if (! SANITY_CHECKED(fToken != _NO_TOKEN)) {
             return 0;
         }
-        fHash = static_cast<uint64_t>(static_cast<int64_t>(fToken)) * 52441 + parentAndArgumentHash() + 112118899;
+        fHash =
+            static_cast<uint64_t>(static_cast<int64_t>(fToken)) * 52441 + parentAndArgumentHash() + 112118899;
     }
     return fHash;
 }
@@ -599,9 +608,9 @@ bool OMExpressionLValueToken::ownFieldLess(const OMExpressionLValue& other) cons
 
 // ---- names ----
 
-void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
-                                         const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                         NodePtr& optionalNewValue) {
+void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                         AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                         ScriptPhase phase, NodePtr& optionalNewValue) {
     struct LocalVariableState : OMFunctionState {
         OMExpressionLValueResolution resolution;
         bool resolved = false;
@@ -614,11 +623,11 @@ void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, Node
     }
     YIELDING_CHECK(scope);
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
-    if (!frame->resolved) {
+    if (! frame->resolved) {
         YIELDING_FINISH;
     }
     frame->base = frame->resolution.getThisNode();
-    if (!frame->base && ! fParent) {
+    if (! frame->base && ! fParent) {
         frame->base = scope;
     }
     YIELDING_CHECK(frame->base);
@@ -631,11 +640,11 @@ void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, Node
         // NOTE: a name is looked up as a name, not as a reference path: `$x` is a plain variable.
         YIELDING_CALL(frame->base->accessOMNodeReadOnlyResolved_yielding(task, frame->found, scope, nullptr,
                                                                          fIdentifier, result));
-        if ((!frame->found || ! result || result->getType() == OMType::Error) && ! fParent &&
+        if ((! frame->found || ! result || result->getType() == OMType::Error) && ! fParent &&
             frame->base != scope) {
             result = scope->getOMNode(fIdentifier);
         }
-        if (!frame->found || ! result) {
+        if (! frame->found || ! result) {
             result = reportUnreachable("cannot access identifier");
         }
         YIELDING_FINISH;
@@ -644,7 +653,7 @@ void OMExpressionLValueStr::get_yielding(const std::shared_ptr<Task>& task, Node
     result = optionalNewValue;
     YIELDING_CALL(frame->base->accessOMNodeResolved_yielding(task, frame->found, scope, nullptr, accessType,
                                                              fIdentifier, result));
-    if (!frame->found || ! result) {
+    if (! frame->found || ! result) {
         result = reportUnreachable("cannot access identifier");
     }
     YIELDING_END;
@@ -713,9 +722,10 @@ NodePtr OMExpressionLValueStr::storeDirect(const std::shared_ptr<OMScope>& scope
     return result;
 }
 
-void OMExpressionLValueStr::call_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType accessType,
-                                          const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                          const NodePtr& base, OMExpressionLValueResolution& resolution) {
+void OMExpressionLValueStr::call_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                          AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                          ScriptPhase phase, const NodePtr& base,
+                                          OMExpressionLValueResolution& resolution) {
     struct LocalVariableState : OMFunctionState {
         bool found = false;
         NodePtr callee;
@@ -737,13 +747,14 @@ void OMExpressionLValueStr::call_yielding(const std::shared_ptr<Task>& task, Nod
         // The variable holds a built-in: `f = toUpperCase; f("a")`.
         frame->builtin = std::make_shared<OMExpressionLValueToken>(
             fParent, static_cast<Token>(frame->callee->getExpression()->getToken()), fUnresolvedArgumentList);
-        YIELDING_CALL(frame->builtin->get_yielding(task, result, accessType, scope, phase, frame->noNewValue));
+        YIELDING_CALL(
+            frame->builtin->get_yielding(task, result, accessType, scope, phase, frame->noNewValue));
         YIELDING_FINISH;
     }
-    YIELDING_CALL(OMStored::functionOperation_yielding(task, result, fIdentifier, resolution.fThisIsNoArgument,
-                                                       resolution.getThisNode(), resolution.fResolvedArgumentList,
-                                                       scope));
-    if (!result) {
+    YIELDING_CALL(OMStored::functionOperation_yielding(task, result, fIdentifier,
+                                                       resolution.fThisIsNoArgument, resolution.getThisNode(),
+                                                       resolution.fResolvedArgumentList, scope));
+    if (! result) {
         result = reportUnreachable("cannot access identifier");
     }
     YIELDING_END;

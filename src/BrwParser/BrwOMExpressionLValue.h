@@ -21,8 +21,8 @@ public:
     virtual void setThisIsNoArgument(bool thisIsNoArgument) { fThisIsNoArgument = thisIsNoArgument; }
     [[nodiscard]] virtual bool setThisNode(const std::shared_ptr<IOMNode>& thisNode);
 
-    bool fThisIsNoArgument = false; // the parent is `this` of a method, not argument 0
-    OMArgs fResolvedArgumentList;   // the written arguments, evaluated in order
+    bool fThisIsNoArgument = false;     // the parent is `this` of a method, not argument 0
+    OMArgs fResolvedArgumentList;       // the written arguments, evaluated in order
     std::shared_ptr<IOMNode> fThisNode; // value of the parent
 };
 
@@ -39,8 +39,9 @@ public:
                                                        const OMArgs& argumentList);
 
     using OMExpression::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                      ScriptPhase phase) override;
     // The long form: with `optionalNewValue` set, the value is written where this left value names.
     virtual void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                               AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
@@ -83,19 +84,18 @@ public:
     static std::shared_ptr<IOMNode> unreachable(const char* scriptError);
 
 protected:
-
-    std::shared_ptr<IOMNode> fParent;     // the left part of a chain; null at its head
-    OMArgs fUnresolvedArgumentList;       // null without an argument list, which differs from an empty one
-    mutable uint64_t fHash = 0;           // 0: not computed yet
+    std::shared_ptr<IOMNode> fParent; // the left part of a chain; null at its head
+    OMArgs fUnresolvedArgumentList;   // null without an argument list, which differs from an empty one
+    mutable uint64_t fHash = 0;       // 0: not computed yet
 };
 
 // `parent(args)` where the callee is itself an expression: `fns[1](2)`.
 class OMExpressionLValueCall : public OMExpressionLValue {
 public:
-    using OMExpressionLValue::OMExpressionLValue;
     using OMExpressionLValue::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+    using OMExpressionLValue::OMExpressionLValue;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                       std::shared_ptr<IOMNode>& optionalNewValue) override;
     Kind getExpressionKind() const override { return LVALUE_CALL; }
     uint64_t hash() const override;
@@ -109,11 +109,12 @@ protected:
 // `parent[3]`.
 class OMExpressionLValueIndex : public OMExpressionLValue {
 public:
-    OMExpressionLValueIndex(const std::shared_ptr<IOMNode>& parent, uint64_t index, const OMArgs& argumentList)
+    OMExpressionLValueIndex(const std::shared_ptr<IOMNode>& parent, uint64_t index,
+                            const OMArgs& argumentList)
         : OMExpressionLValue(parent, argumentList), fIndex(index) {}
     using OMExpressionLValue::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                       std::shared_ptr<IOMNode>& optionalNewValue) override;
     Kind getExpressionKind() const override { return LVALUE_INDEX; }
     uint64_t getIndex() const { return fIndex; }
@@ -132,11 +133,12 @@ private:
 class OMExpressionLValueIndexByExpression : public OMExpressionLValue {
 public:
     OMExpressionLValueIndexByExpression(const std::shared_ptr<IOMNode>& parent,
-                                        const std::shared_ptr<IOMNode>& indexExpression, const OMArgs& argumentList)
+                                        const std::shared_ptr<IOMNode>& indexExpression,
+                                        const OMArgs& argumentList)
         : OMExpressionLValue(parent, argumentList), fIndexExpression(indexExpression) {}
     using OMExpressionLValue::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                       std::shared_ptr<IOMNode>& optionalNewValue) override;
     // For `name[index] = value` without frames: true when the parent is a plain name and the index pure.
     bool isDirectElementTarget();
@@ -161,7 +163,8 @@ protected:
 
 private:
     // The element `index` picks in a stored `parent`, read or made.
-    static bool accessElementDirect(const std::shared_ptr<OMScope>& scope, const std::shared_ptr<IOMNode>& parent,
+    static bool accessElementDirect(const std::shared_ptr<OMScope>& scope,
+                                    const std::shared_ptr<IOMNode>& parent,
                                     const std::shared_ptr<IOMNode>& index, AccessType accessType,
                                     std::shared_ptr<IOMNode>& element);
 
@@ -177,8 +180,8 @@ public:
     OMExpressionLValueToken(const std::shared_ptr<IOMNode>& parent, Token token, const OMArgs& argumentList)
         : OMExpressionLValue(parent, argumentList), fToken(token) {}
     using OMExpressionLValue::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                       std::shared_ptr<IOMNode>& optionalNewValue) override;
     Kind getExpressionKind() const override { return LVALUE_TOKEN; }
     uint64_t hash() const override;
@@ -227,7 +230,8 @@ public:
     static void ftn_length_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                                     AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                     OMExpressionLValueResolution& resolution);
-    static std::shared_ptr<IOMNode> ftn_parseFloat(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+    static std::shared_ptr<IOMNode> ftn_parseFloat(AccessType accessType,
+                                                   const std::shared_ptr<OMScope>& scope,
                                                    OMExpressionLValueResolution& resolution);
     static std::shared_ptr<IOMNode> ftn_parseInt(AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                                  OMExpressionLValueResolution& resolution);
@@ -238,7 +242,8 @@ public:
     static void ftn_reference_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                                        AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                        OMExpressionLValueResolution& resolution);
-    static std::shared_ptr<IOMNode> ftn_scriptFilePath(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+    static std::shared_ptr<IOMNode> ftn_scriptFilePath(AccessType accessType,
+                                                       const std::shared_ptr<OMScope>& scope,
                                                        OMExpressionLValueResolution& resolution);
     static std::shared_ptr<IOMNode> ftn_size(AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                              OMExpressionLValueResolution& resolution);
@@ -246,15 +251,18 @@ public:
                                             OMExpressionLValueResolution& resolution);
     static std::shared_ptr<IOMNode> ftn_sqrt(AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                              OMExpressionLValueResolution& resolution);
-    static std::shared_ptr<IOMNode> ftn_stringify(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+    static std::shared_ptr<IOMNode> ftn_stringify(AccessType accessType,
+                                                  const std::shared_ptr<OMScope>& scope,
                                                   OMExpressionLValueResolution& resolution);
     static std::shared_ptr<IOMNode> ftn_substr(AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                                OMExpressionLValueResolution& resolution);
-    static std::shared_ptr<IOMNode> ftn_toLowerCase(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+    static std::shared_ptr<IOMNode> ftn_toLowerCase(AccessType accessType,
+                                                    const std::shared_ptr<OMScope>& scope,
                                                     OMExpressionLValueResolution& resolution);
     static std::shared_ptr<IOMNode> ftn_toString(AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                                  OMExpressionLValueResolution& resolution);
-    static std::shared_ptr<IOMNode> ftn_toUpperCase(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+    static std::shared_ptr<IOMNode> ftn_toUpperCase(AccessType accessType,
+                                                    const std::shared_ptr<OMScope>& scope,
                                                     OMExpressionLValueResolution& resolution);
 
 protected:
@@ -280,8 +288,8 @@ public:
     // bind them, since no name can read them (the long way always binds them).
     static bool isFrameNameRead() { return fIsFrameNameRead; }
     using OMExpressionLValue::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
                       std::shared_ptr<IOMNode>& optionalNewValue) override;
     Kind getExpressionKind() const override { return LVALUE_STR; }
     uint64_t hash() const override;
@@ -313,7 +321,8 @@ private:
                        const std::shared_ptr<IOMNode>& base, OMExpressionLValueResolution& resolution);
 
     std::string fIdentifier; // the name; never empty
-    std::vector<OMExpression*> fDirectArguments; // the pure expressions of a call's arguments, null for values
+    std::vector<OMExpression*>
+        fDirectArguments; // the pure expressions of a call's arguments, null for values
 
     static inline bool fIsFrameNameRead = false; // a script named "this" or "arguments"
 };

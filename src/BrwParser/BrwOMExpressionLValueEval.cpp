@@ -61,8 +61,8 @@ bool readEvalArguments(const std::shared_ptr<OMScope>& callerScope, OMExpression
 
 } // namespace
 
-void OMExpressionLValueToken::ftn_eval_yielding(const std::shared_ptr<Task>& task, NodePtr& result, AccessType,
-                                                const std::shared_ptr<OMScope>& scope,
+void OMExpressionLValueToken::ftn_eval_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                                AccessType, const std::shared_ptr<OMScope>& scope,
                                                 OMExpressionLValueResolution& resolution) {
     struct LocalVariableState : OMFunctionState {
         EvalArguments arguments;
@@ -72,7 +72,7 @@ void OMExpressionLValueToken::ftn_eval_yielding(const std::shared_ptr<Task>& tas
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     result = OMStored::undefinedFactory();
-    if (!readEvalArguments(scope, resolution, frame->arguments)) {
+    if (! readEvalArguments(scope, resolution, frame->arguments)) {
         YIELDING_FINISH;
     }
     {
@@ -82,12 +82,12 @@ void OMExpressionLValueToken::ftn_eval_yielding(const std::shared_ptr<Task>& tas
     }
     frame->parsed = OMStored::undefinedFactory();
     YIELDING_CALL(frame->parsed->parseExpressionList_yielding(task, frame->success, frame->stream));
-    if (!frame->success) {
+    if (! frame->success) {
         ScriptErrorLog::report("cannot evaluate string");
         YIELDING_FINISH;
     }
     YIELDING_CALL(frame->parsed->eval_yielding(task, result, frame->arguments.scope, UNWRAP_RETURN_VALUE));
-    if (!result) {
+    if (! result) {
         result = OMStored::undefinedFactory();
     }
     YIELDING_END;
@@ -103,13 +103,13 @@ void OMExpressionLValueToken::ftn_evalScript_yielding(const std::shared_ptr<Task
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     result = OMStored::undefinedFactory();
-    if (!readEvalArguments(scope, resolution, frame->arguments)) {
+    if (! readEvalArguments(scope, resolution, frame->arguments)) {
         YIELDING_FINISH;
     }
     frame->path = frame->arguments.script->getAsString();
     {
         std::error_code error;
-        if (!std::filesystem::is_regular_file(frame->path, error)) {
+        if (! std::filesystem::is_regular_file(frame->path, error)) {
             ScriptErrorLog::report("evalScript: script file does not exist");
             YIELDING_FINISH;
         }
@@ -117,7 +117,7 @@ void OMExpressionLValueToken::ftn_evalScript_yielding(const std::shared_ptr<Task
     frame->node = OMStored::undefinedFactory();
     YIELDING_CALL(frame->node->evalScript_yielding(task, result, frame->arguments.scope, frame->path,
                                                    UNWRAP_RETURN_VALUE));
-    if (!result) {
+    if (! result) {
         ScriptErrorLog::report("evalScript: cannot evaluate string");
         result = OMStored::undefinedFactory();
     }

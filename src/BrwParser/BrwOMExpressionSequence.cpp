@@ -60,14 +60,15 @@ void OMExpressionSequence::resolve_yielding(const std::shared_ptr<Task>& task, b
         if (phase == RUN && (fBinOp == COMMA || fBinOp == SEMICOLON)) {
             resolution.fResolvedNodes->clear();
         }
-        YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->value, accessType, (*fNodes)[frame->index], scope,
-                                                       phase, KEEP_RETURN_VALUE));
+        YIELDING_CALL(OMNode::getResolvedNode_yielding(
+            task, frame->value, accessType, (*fNodes)[frame->index], scope, phase, KEEP_RETURN_VALUE));
         YIELDING_CHECK(frame->value);
-        if (!frame->value->isResolved(phase)) {
+        if (! frame->value->isResolved(phase)) {
             YIELDING_FINISH;
         }
         resolution.fResolvedNodes->push_back(frame->value);
-        if ((fBinOp == COMMA || fBinOp == SEMICOLON) && (isReturnNode(frame->value) || isBreakNode(frame->value))) {
+        if ((fBinOp == COMMA || fBinOp == SEMICOLON) &&
+            (isReturnNode(frame->value) || isBreakNode(frame->value))) {
             // A return or a break ends the sequence: what follows isn't evaluated.
             break;
         }
@@ -99,7 +100,7 @@ void OMExpressionSequence::getFrom_yielding(const std::shared_ptr<Task>& task,
     }
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     YIELDING_CHECK(fBinOp != BinOp::ASSIGN);
-    if (!fNodes || fNodes->empty()) {
+    if (! fNodes || fNodes->empty()) {
         result = OMStored::undefinedFactory();
         YIELDING_FINISH;
     }
@@ -107,7 +108,7 @@ void OMExpressionSequence::getFrom_yielding(const std::shared_ptr<Task>& task,
     frame->startIndex = directCount;
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution,
                                    frame->startIndex));
-    if (!frame->resolved) {
+    if (! frame->resolved) {
         YIELDING_FINISH;
     }
     {
@@ -125,17 +126,17 @@ void OMExpressionSequence::getFrom_yielding(const std::shared_ptr<Task>& task,
             if (node->isReturnValue()) {
                 sawReturn = true;
                 node = node->unwrapReturnValue();
-                if (!node) {
+                if (! node) {
                     break;
                 }
             }
-            if (!accumulated) {
+            if (! accumulated) {
                 accumulated = node;
             } else {
                 // Once the accumulator is this evaluation's own it may be written into: a long chain of `+`
                 // doesn't copy its growing text at every step.
-                accumulated = OMNode::binaryOperation(fBinOp, accumulated, isAccumulatorOwn ? REUSE_NODE : KEEP_NODE,
-                                                      node, KEEP_NODE, scope);
+                accumulated = OMNode::binaryOperation(
+                    fBinOp, accumulated, isAccumulatorOwn ? REUSE_NODE : KEEP_NODE, node, KEEP_NODE, scope);
                 isAccumulatorOwn = true;
             }
         }
@@ -283,8 +284,9 @@ std::shared_ptr<IOMNode> OMExpressionSequence::statementListValue(const std::sha
     return copy ? copy->wrapReturnValue() : nullptr;
 }
 
-void OMExpressionSequence::set_yielding(const std::shared_ptr<Task>&, bool& success, std::shared_ptr<IOMNode>&,
-                                        const std::shared_ptr<OMScope>&, ScriptPhase) {
+void OMExpressionSequence::set_yielding(const std::shared_ptr<Task>&, bool& success,
+                                        std::shared_ptr<IOMNode>&, const std::shared_ptr<OMScope>&,
+                                        ScriptPhase) {
     success = false;
     LOG_ERROR("setting value on sequence");
 }
@@ -294,7 +296,7 @@ bool OMExpressionSequence::scanForLocalVariables(const std::shared_ptr<FunctionS
     bool allOK = true;
     bool inLocalSequence = isStartOfStatement;
     for (const auto& node : *fNodes) {
-        if (!node || node->getType() != OMType::Expression || ! node->getExpression()) {
+        if (! node || node->getType() != OMType::Expression || ! node->getExpression()) {
             continue;
         }
         if (node->isKeyword(_var)) {
@@ -350,7 +352,7 @@ bool OMExpressionSequence::operator==(const OMExpression& other) const {
         return false;
     }
     for (size_t i = 0; i < fNodes->size(); ++i) {
-        if (!nodesEqual((*fNodes)[i], (*otherSequence.fNodes)[i])) {
+        if (! nodesEqual((*fNodes)[i], (*otherSequence.fNodes)[i])) {
             return false;
         }
     }

@@ -30,8 +30,9 @@ public:
                           OMExpressionSequenceResolution& resolution, size_t startIndex = 0);
 
     using OMExpression::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                      ScriptPhase phase) override;
     // The value of a block whose statements before `startIndex` have run already.
     void getFrom_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                           AccessType accessType, const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
@@ -73,9 +74,9 @@ private:
     // is a return value), unless nothing else holds that value.
     static std::shared_ptr<IOMNode> statementListValue(const std::shared_ptr<IOMNode>& last);
 
-    BinOp fBinOp;                    // the chained operator; never ASSIGN
-    std::shared_ptr<OMArray> fNodes; // the operands in order
-    mutable uint64_t fHash = 0;      // 0: not computed yet
+    BinOp fBinOp;                            // the chained operator; never ASSIGN
+    std::shared_ptr<OMArray> fNodes;         // the operands in order
+    mutable uint64_t fHash = 0;              // 0: not computed yet
     std::vector<OMExpression*> fDirectNodes; // the direct expression of each node, when the shape has them
     bool fIsDirectBlock = false;             // a block or comma list of statements of direct shapes
 };

@@ -8,7 +8,8 @@
 
 namespace Brw {
 
-std::shared_ptr<OMExpressionTernary> OMExpressionTernary::factory(TernOp ternOp, const std::shared_ptr<IOMNode>& node1,
+std::shared_ptr<OMExpressionTernary> OMExpressionTernary::factory(TernOp ternOp,
+                                                                  const std::shared_ptr<IOMNode>& node1,
                                                                   const std::shared_ptr<IOMNode>& node2,
                                                                   const std::shared_ptr<IOMNode>& node3) {
     std::shared_ptr<OMExpressionTernary> retVal;
@@ -21,9 +22,9 @@ std::shared_ptr<OMExpressionTernary> OMExpressionTernary::factory(TernOp ternOp,
     return retVal;
 }
 
-void OMExpressionTernary::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
-                                           const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                           OMExpressionTernaryResolution& resolution) {
+void OMExpressionTernary::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved,
+                                           AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                           ScriptPhase phase, OMExpressionTernaryResolution& resolution) {
     struct LocalVariableState : OMFunctionState {};
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
     resolution = OMExpressionTernaryResolution();
@@ -32,10 +33,10 @@ void OMExpressionTernary::resolve_yielding(const std::shared_ptr<Task>& task, bo
     if (phase == PARSE && fTernOp == CONDITIONAL) {
         YIELDING_FINISH;
     }
-    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedCondition, accessType, fNode1, scope,
-                                                   phase, KEEP_RETURN_VALUE));
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedCondition, accessType, fNode1,
+                                                   scope, phase, KEEP_RETURN_VALUE));
     YIELDING_CHECK(resolution.fResolvedCondition);
-    if (!resolution.fResolvedCondition->isResolved(phase)) {
+    if (! resolution.fResolvedCondition->isResolved(phase)) {
         YIELDING_FINISH;
     }
     if (fTernOp != CONDITIONAL && fTernOp != IF) {
@@ -44,8 +45,8 @@ void OMExpressionTernary::resolve_yielding(const std::shared_ptr<Task>& task, bo
     }
     resolution.fChosenNode = resolution.fResolvedCondition->getAsBool() ? fNode2 : fNode3;
     YIELDING_CHECK(resolution.fChosenNode);
-    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode, accessType, resolution.fChosenNode,
-                                                   scope, phase, KEEP_RETURN_VALUE));
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode, accessType,
+                                                   resolution.fChosenNode, scope, phase, KEEP_RETURN_VALUE));
     YIELDING_CHECK(resolution.fResolvedNode);
     {
         std::shared_ptr<IOMNode> value = resolution.fResolvedNode;
@@ -55,7 +56,7 @@ void OMExpressionTernary::resolve_yielding(const std::shared_ptr<Task>& task, bo
             value = value->unwrapReturnValue();
             YIELDING_CHECK(value);
         }
-        if (!value->isResolved(phase)) {
+        if (! value->isResolved(phase)) {
             YIELDING_FINISH;
         }
     }
@@ -177,8 +178,9 @@ bool OMExpressionTernary::operator<(const OMExpression& other) const {
     if (fTernOp != otherTernary.fTernOp) {
         return fTernOp < otherTernary.fTernOp;
     }
-    for (const auto& [mine, theirs] : {std::pair{fNode1, otherTernary.fNode1}, std::pair{fNode2, otherTernary.fNode2},
-                                       std::pair{fNode3, otherTernary.fNode3}}) {
+    for (const auto& [mine, theirs] :
+         {std::pair{fNode1, otherTernary.fNode1}, std::pair{fNode2, otherTernary.fNode2},
+          std::pair{fNode3, otherTernary.fNode3}}) {
         if (nodesLess(mine, theirs)) {
             return true;
         }

@@ -13,8 +13,8 @@ struct OMExpressionTernaryResolution {
 // `c ? a : b` and `if (c) a else b`.
 class OMExpressionTernary : public virtual OMExpression {
 public:
-    OMExpressionTernary(TernOp ternOp, const std::shared_ptr<IOMNode>& node1, const std::shared_ptr<IOMNode>& node2,
-                        const std::shared_ptr<IOMNode>& node3)
+    OMExpressionTernary(TernOp ternOp, const std::shared_ptr<IOMNode>& node1,
+                        const std::shared_ptr<IOMNode>& node2, const std::shared_ptr<IOMNode>& node3)
         : fTernOp(ternOp), fNode1(node1), fNode2(node2), fNode3(node3) {}
 
     static std::shared_ptr<OMExpressionTernary> factory(TernOp ternOp, const std::shared_ptr<IOMNode>& node1,
@@ -26,8 +26,9 @@ public:
                           OMExpressionTernaryResolution& resolution);
 
     using OMExpression::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                      ScriptPhase phase) override;
     bool scanForLocalVariables(const std::shared_ptr<FunctionSignature>& signature,
                                bool isStartOfStatement) override;
     void set_yielding(const std::shared_ptr<Task>& task, bool& success, std::shared_ptr<IOMNode>& value,
@@ -50,14 +51,14 @@ protected:
                          std::shared_ptr<IOMNode>& result) override;
 
 private:
-    TernOp fTernOp;                  // CONDITIONAL or IF
-    std::shared_ptr<IOMNode> fNode1; // the condition
-    std::shared_ptr<IOMNode> fNode2; // taken when it is true
-    std::shared_ptr<IOMNode> fNode3; // taken otherwise; undefined for an `if` without `else`
+    TernOp fTernOp;                   // CONDITIONAL or IF
+    std::shared_ptr<IOMNode> fNode1;  // the condition
+    std::shared_ptr<IOMNode> fNode2;  // taken when it is true
+    std::shared_ptr<IOMNode> fNode3;  // taken otherwise; undefined for an `if` without `else`
     OMExpression* fDirect1 = nullptr; // the direct expressions of the three parts, when the shape has them
     OMExpression* fDirect2 = nullptr;
     OMExpression* fDirect3 = nullptr;
-    mutable uint64_t fHash = 0;      // 0: not computed yet
+    mutable uint64_t fHash = 0; // 0: not computed yet
 };
 
 } // namespace Brw

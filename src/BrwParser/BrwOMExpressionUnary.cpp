@@ -11,7 +11,8 @@ std::shared_ptr<OMExpression> OMExpression::returnFactory(const std::shared_ptr<
     return OMExpressionUnary::factory(RETURN, operand);
 }
 
-std::shared_ptr<OMExpressionUnary> OMExpressionUnary::factory(UnOp unOp, const std::shared_ptr<IOMNode>& node) {
+std::shared_ptr<OMExpressionUnary> OMExpressionUnary::factory(UnOp unOp,
+                                                              const std::shared_ptr<IOMNode>& node) {
     std::shared_ptr<OMExpressionUnary> retVal;
     do {
         SANITY_CHECK(node);
@@ -20,15 +21,15 @@ std::shared_ptr<OMExpressionUnary> OMExpressionUnary::factory(UnOp unOp, const s
     return retVal;
 }
 
-void OMExpressionUnary::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved, AccessType accessType,
-                                         const std::shared_ptr<OMScope>& scope, ScriptPhase phase,
-                                         OMExpressionUnaryResolution& resolution) {
+void OMExpressionUnary::resolve_yielding(const std::shared_ptr<Task>& task, bool& resolved,
+                                         AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                         ScriptPhase phase, OMExpressionUnaryResolution& resolution) {
     struct LocalVariableState : OMFunctionState {};
     YIELDING_BEGIN(LocalVariableState, frame, resolved = false);
     resolution.fResolvedNode.reset();
     YIELDING_CHECK(prepareScope(scope));
-    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode, accessType, fNode, scope, phase,
-                                                   KEEP_RETURN_VALUE));
+    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, resolution.fResolvedNode, accessType, fNode, scope,
+                                                   phase, KEEP_RETURN_VALUE));
     YIELDING_CHECK(resolution.fResolvedNode);
     resolved = resolution.fResolvedNode->getType() != OMType::Expression || (phase == RUN && fUnOp == RETURN);
     YIELDING_END;
@@ -43,7 +44,7 @@ void OMExpressionUnary::get_yielding(const std::shared_ptr<Task>& task, std::sha
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     YIELDING_CALL(resolve_yielding(task, frame->resolved, accessType, scope, phase, frame->resolution));
-    if (!frame->resolved) {
+    if (! frame->resolved) {
         YIELDING_FINISH;
     }
     YIELDING_CHECK(frame->resolution.fResolvedNode);
@@ -107,7 +108,8 @@ void OMExpressionUnary::set_yielding(const std::shared_ptr<Task>& task, bool& su
         std::shared_ptr<IOMNode> operated;
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
-    YIELDING_CALL(OMNode::getResolvedNode_yielding(task, frame->lValue, SET, fNode, scope, phase, KEEP_RETURN_VALUE));
+    YIELDING_CALL(
+        OMNode::getResolvedNode_yielding(task, frame->lValue, SET, fNode, scope, phase, KEEP_RETURN_VALUE));
     YIELDING_CHECK(frame->lValue);
     frame->operated = OMNode::unaryOperation(fUnOp, value, scope, KEEP_NODE);
     YIELDING_CHECK(frame->operated);

@@ -20,8 +20,9 @@ public:
                           OMExpressionUnaryResolution& resolution);
 
     using OMExpression::get_yielding;
-    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result, AccessType accessType,
-                      const std::shared_ptr<OMScope>& scope, ScriptPhase phase) override;
+    void get_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                      ScriptPhase phase) override;
     bool scanForLocalVariables(const std::shared_ptr<FunctionSignature>& signature,
                                bool isStartOfStatement) override;
     void set_yielding(const std::shared_ptr<Task>& task, bool& success, std::shared_ptr<IOMNode>& value,
@@ -50,9 +51,9 @@ private:
     // Steps the operand in place and gives the value the operator stands for.
     std::shared_ptr<IOMNode> stepInPlace(const std::shared_ptr<IOMNode>& operand) const;
 
-    UnOp fUnOp;                     // the operator
-    std::shared_ptr<IOMNode> fNode; // the operand
-    mutable uint64_t fHash = 0;     // 0: not computed yet
+    UnOp fUnOp;                      // the operator
+    std::shared_ptr<IOMNode> fNode;  // the operand
+    mutable uint64_t fHash = 0;      // 0: not computed yet
     OMExpression* fDirect = nullptr; // the pure expression of the operand, when the shape has one
 };
 

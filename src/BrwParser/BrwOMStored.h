@@ -218,8 +218,8 @@ private:
     std::shared_ptr<FunctionSignature> fFunctionSignature; // set for a Function
     std::shared_ptr<OMExpression> fExpression;             // an Expression, or a Function's body
 
-    static inline int64_t fOMStoredCount = 0; // nodes alive now
-    static inline int64_t fCallDepth = 0;     // script calls nested on the native stack now
+    static inline int64_t fOMStoredCount = 0;           // nodes alive now
+    static inline int64_t fCallDepth = 0;               // script calls nested on the native stack now
     static inline bool fIsDirectDepthExhausted = false; // a call without frames found the stack too deep
 
     // ---- Tokens and lexical rules (BrwOMStoredLiterals.cpp) ----

@@ -46,7 +46,8 @@ bool OMStoredTest::test() {
     allOK = testScopes() && allOK;
     // Every node made above is gone again.
     if (OMStored::getOMStoredCount() != nodesBefore) {
-        LOG_ERROR(describeMismatch("OMStored::getOMStoredCount()", OMStored::getOMStoredCount(), nodesBefore));
+        LOG_ERROR(
+            describeMismatch("OMStored::getOMStoredCount()", OMStored::getOMStoredCount(), nodesBefore));
         allOK = false;
     }
     return allOK;
@@ -62,7 +63,8 @@ bool OMStoredTest::testScalarsAndRawGetters() {
         SANITY_CHECK(node->set("text"));
         CHECK_EQUAL(node->getString(), "text");
         SANITY_CHECK(node->setUndefined());
-        SANITY_CHECK(! node->getBool() && node->getInt() == 0 && node->getFloat() == 0.0 && node->getString().empty());
+        SANITY_CHECK(! node->getBool() && node->getInt() == 0 && node->getFloat() == 0.0 &&
+                     node->getString().empty());
         SANITY_CHECK(node->setGUID(nullptr));
         SANITY_CHECK(node->getGUID() == GUIDClass::factory(0, 0));
         SANITY_CHECK(node->setNum(3.0) && node->getType() == OMType::Int && node->getInt() == 3);
@@ -212,8 +214,8 @@ bool OMStoredTest::testTextForms() {
         SANITY_CHECK(date->setDate(0));
         auto guid = OMStored::undefinedFactory();
         SANITY_CHECK(guid->setGUID(GUIDClass::factory("A0000000-0000-0000-0123-456789ABCDEF")));
-        auto nested = mapOf({{"b", arrayOf({OMStored::factory(1), OMStored::factory("x")})},
-                             {"a", OMStored::factory(true)}});
+        auto nested = mapOf(
+            {{"b", arrayOf({OMStored::factory(1), OMStored::factory("x")})}, {"a", OMStored::factory(true)}});
         const Case cases[] = {
             {OMStored::undefinedFactory(), "undefined", "undefined"},
             {OMStored::nullFactory(), "null", "null"},
@@ -226,7 +228,8 @@ bool OMStoredTest::testTextForms() {
             {OMStored::errorFactory(), "error", "error"},
             {OMStored::nanFactory(), "NaN", "NaN"},
             {guid, "A0000000-0000-0000-0123-456789ABCDEF", "A0000000-0000-0000-0123-456789ABCDEF"},
-            {arrayOf({OMStored::factory(1), OMStored::factory(2), OMStored::factory(3)}), "1,2,3", "[1, 2, 3]"},
+            {arrayOf({OMStored::factory(1), OMStored::factory(2), OMStored::factory(3)}), "1,2,3",
+             "[1, 2, 3]"},
             {OMStored::arrayFactory(), "", "[]"},
             {OMStored::mapFactory(), "{  }", "{  }"},
             {nested, "{ \"a\": true, \"b\": [1, \"x\"] }", "{ \"a\": true, \"b\": [1, \"x\"] }"},
@@ -234,8 +237,9 @@ bool OMStoredTest::testTextForms() {
         bool allOK = true;
         for (const Case& test : cases) {
             if (test.node->getAsString() != test.asString || test.node->toString() != test.toString) {
-                LOG_ERROR("text forms of " + test.node->toString() + " are " + test.node->getAsString() + " / " +
-                          test.node->toString() + ", expected " + test.asString + " / " + test.toString);
+                LOG_ERROR("text forms of " + test.node->toString() + " are " + test.node->getAsString() +
+                          " / " + test.node->toString() + ", expected " + test.asString + " / " +
+                          test.toString);
                 allOK = false;
             }
         }

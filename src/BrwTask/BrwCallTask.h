@@ -19,7 +19,8 @@ public:
 
     // `timeoutMicroseconds` as for any task: -2 never times out.
     static std::shared_ptr<CallTask> factory(const char* name, Body body, int64_t timeoutMicroseconds = -2);
-    // Runs `body` to completion (or its time-out); false (with the check logged) when the task refused to run.
+    // Runs `body` to completion (or its time-out); false (with the check logged) when the task refused to
+    // run.
     static bool call(const char* name, Body body, int64_t timeoutMicroseconds = -2);
 
     void timeslice() override { fBody(shared_from_this()); }

@@ -6,7 +6,8 @@
 
 namespace Brw {
 
-std::shared_ptr<IOMNode> EvalTask::call(const std::shared_ptr<IOMNode>& node, const std::shared_ptr<OMScope>& scope,
+std::shared_ptr<IOMNode> EvalTask::call(const std::shared_ptr<IOMNode>& node,
+                                        const std::shared_ptr<OMScope>& scope,
                                         HandleReturnValue handleReturnValue) {
     std::shared_ptr<IOMNode> result;
     CallTask::call("eval", [&](const std::shared_ptr<Task>& task) {
@@ -17,7 +18,8 @@ std::shared_ptr<IOMNode> EvalTask::call(const std::shared_ptr<IOMNode>& node, co
 
 std::shared_ptr<IOMNode> EvalScriptTask::call(const std::shared_ptr<OMStored>& node,
                                               const std::shared_ptr<OMScope>& scope,
-                                              const std::string& scriptFilePath, HandleReturnValue handleReturnValue) {
+                                              const std::string& scriptFilePath,
+                                              HandleReturnValue handleReturnValue) {
     std::shared_ptr<IOMNode> result;
     CallTask::call("evalScript", [&](const std::shared_ptr<Task>& task) {
         node->evalScript_yielding(task, result, scope, scriptFilePath, handleReturnValue);

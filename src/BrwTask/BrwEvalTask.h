@@ -10,7 +10,8 @@ namespace Brw {
 class EvalTask {
 public:
     // The value, or null when the task refused to run.
-    static std::shared_ptr<IOMNode> call(const std::shared_ptr<IOMNode>& node, const std::shared_ptr<OMScope>& scope,
+    static std::shared_ptr<IOMNode> call(const std::shared_ptr<IOMNode>& node,
+                                         const std::shared_ptr<OMScope>& scope,
                                          HandleReturnValue handleReturnValue);
 };
 
@@ -19,8 +20,10 @@ class EvalScriptTask {
 public:
     // The value of the script's last statement, an error value when it can't be read, or null when the
     // task refused to run.
-    static std::shared_ptr<IOMNode> call(const std::shared_ptr<OMStored>& node, const std::shared_ptr<OMScope>& scope,
-                                         const std::string& scriptFilePath, HandleReturnValue handleReturnValue);
+    static std::shared_ptr<IOMNode> call(const std::shared_ptr<OMStored>& node,
+                                         const std::shared_ptr<OMScope>& scope,
+                                         const std::string& scriptFilePath,
+                                         HandleReturnValue handleReturnValue);
 };
 
 // Parses a text into a node, without evaluating it.

@@ -20,7 +20,8 @@ public:
         : Task(TYPENAME, -2, stream), fNode(node), fScope(scope) {}
 
     // A null stream makes the task use the process's input stream, prompted.
-    static std::shared_ptr<Task> factory(const std::shared_ptr<OMStored>& node, const std::shared_ptr<OMScope>& scope,
+    static std::shared_ptr<Task> factory(const std::shared_ptr<OMStored>& node,
+                                         const std::shared_ptr<OMScope>& scope,
                                          const std::shared_ptr<InputStream>& stream);
 
     void timeslice() override;

@@ -179,7 +179,8 @@ bool ParseScriptTaskTest::testSessionWithoutWaitingEndsAtItsDeadline() {
         auto callerScope = OMScope::factory(nullptr, OMScope::READS_PARENT);
         std::string echoed;
         recordLogLines(1, [&] {
-            echoed = evaluate("parseScript(\"while (true) {}\", undefined, \"noWait\", 300)\n\"after\"\n", callerScope);
+            echoed = evaluate("parseScript(\"while (true) {}\", undefined, \"noWait\", 300)\n\"after\"\n",
+                              callerScope);
         });
         // The caller went on and ended while the endless session ran.
         CHECK_EQUAL(echoed, "true\n\"after\"\n");
@@ -199,8 +200,8 @@ bool ParseScriptTaskTest::testOptionsThatAreNoFunctionAreReported() {
     do {
         auto callerScope = OMScope::factory(nullptr, OMScope::READS_PARENT);
         std::string echoed;
-        const std::vector<std::string> lines =
-            recordLogLines(2, [&] { echoed = evaluate("parseScript(\"1\", undefined, 1.5, null)\n", callerScope); });
+        const std::vector<std::string> lines = recordLogLines(
+            2, [&] { echoed = evaluate("parseScript(\"1\", undefined, 1.5, null)\n", callerScope); });
         // Neither option is a function, and the session runs all the same.
         CHECK_EQUAL(echoed, "\"1\n\"\n");
         SANITY_CHECK(hasLineWith(lines, "EXPECTED failed: 'callBackFunction' evaluates to false"));

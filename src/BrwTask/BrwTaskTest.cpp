@@ -96,7 +96,7 @@ bool isActive(const std::shared_ptr<Task>& task) {
 bool drainActiveTasks() {
     for (int pass = 0; pass < 100 && ! Task::getActiveTasks().empty(); ++pass) {
         int64_t budget = 10000;
-        if (!Task::runActiveTasks(budget)) {
+        if (! Task::runActiveTasks(budget)) {
             return false;
         }
     }

@@ -13,7 +13,8 @@ uintptr_t StackGuard::lowestSafeAddress() {
         struct rlimit limit {};
         if (getrlimit(RLIMIT_STACK, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
             limit.rlim_cur < STACK_BYTES) {
-            limit.rlim_cur = limit.rlim_max == RLIM_INFINITY ? STACK_BYTES : std::min<rlim_t>(STACK_BYTES, limit.rlim_max);
+            limit.rlim_cur =
+                limit.rlim_max == RLIM_INFINITY ? STACK_BYTES : std::min<rlim_t>(STACK_BYTES, limit.rlim_max);
             setrlimit(RLIMIT_STACK, &limit);
         }
         uintptr_t address = 0;
