@@ -406,7 +406,7 @@ bool InternalCoordinator::runActiveTasksUntil(int64_t deadline) {
         }
         int64_t budget = fEventLoopMicroseconds;
         if (deadline != 0) {
-            budget = std::clamp<int64_t>((deadline - Clock::now()) / 1000, 0, budget);
+            budget = std::clamp<int64_t>(Clock::toMicroseconds(deadline - Clock::now()), 0, budget);
         }
         SANITY_CHECK(Task::runActiveTasks(budget));
         if (isAnyTaskRunningScript()) {
@@ -435,7 +435,7 @@ bool InternalCoordinator::runEventLoop(int64_t microseconds) {
             retVal = true;
             break;
         }
-        const int64_t deadline = microseconds < 0 ? 0 : Clock::now() + microseconds * 1000;
+        const int64_t deadline = microseconds < 0 ? 0 : Clock::now() + Clock::fromMicroseconds(microseconds);
         if (! runActiveTasksUntil(deadline)) {
             for (;;) {
                 // Held by a local: the task may complete and leave the tables during its slice.
@@ -450,7 +450,8 @@ bool InternalCoordinator::runEventLoop(int64_t microseconds) {
                 const int64_t now = Clock::now();
                 const int64_t sleep = fIdleBackoff.nextSleepMicroseconds(now, fEventLoopSleepMicroseconds);
                 if (sleep != 0 && (deadline == 0 || now < deadline)) {
-                    waitForActivity(deadline == 0 ? sleep : std::min(sleep, (deadline - now) / 1000));
+                    waitForActivity(deadline == 0 ? sleep
+                                                  : std::min(sleep, Clock::toMicroseconds(deadline - now)));
                 }
                 if (runActiveTasksUntil(deadline)) {
                     break;

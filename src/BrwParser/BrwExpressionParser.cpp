@@ -264,7 +264,8 @@ void ExpressionParser::operand_yielding(const TaskPtr& task, Outcome& outcome, c
                 YIELDING_CALL(frame->literal->parseString_yielding(task, frame->success, frame->errorMessage,
                                                                    stream, frame->first));
             } else {
-                YIELDING_CALL(frame->literal->parseNum_yielding(task, frame->success, stream, -3));
+                YIELDING_CALL(frame->literal->parseNum_yielding(task, frame->success, stream,
+                                                                OMStored::NUMBER_SCRIPT_LITERAL));
                 if (! frame->success) {
                     frame->errorMessage = "number parse failed";
                 }
@@ -719,7 +720,7 @@ void ExpressionParser::conditional_yielding(const TaskPtr& task, Outcome& outcom
         reportError("failed to register ternary operation");
         YIELDING_FINISH;
     }
-    list.addBinOp(static_cast<BinOp>(23));
+    list.addBinOp(CONDITIONAL_LEVEL);
     list.operands.push_back(frame->holder);
     outcome = OUTCOME_OPERAND;
     YIELDING_END;
@@ -1357,7 +1358,7 @@ void ExpressionParser::fold_yielding(const TaskPtr& task, bool& success, NodePtr
                 list.operands.push_back(frame->current);
                 list.binOps.push_back(frame->binOps[frame->i]);
                 frame->current = frame->next;
-            } else if (frame->level == 23) {
+            } else if (frame->level == CONDITIONAL_LEVEL) {
                 // The values of `?:` wait in a ternary without a condition.
                 {
                     auto holder =

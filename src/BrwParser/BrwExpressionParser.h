@@ -31,6 +31,11 @@ enum ParseType : int32_t {
     PARSE_RETURN_VALUE = 12,
 };
 
+// The fold level of `?:`: between `||` and `=`, a level that no binary operator has. The values of a `?:`
+// wait in the operand list behind it until the fold reaches this level.
+constexpr BinOp CONDITIONAL_LEVEL = static_cast<BinOp>(BOOL_OR + 1);
+static_assert(CONDITIONAL_LEVEL < ASSIGN);
+
 // The operands of one expression, flat, with the binary operators between them; folded into one tree
 // when the expression ends, one operator level at a time.
 struct OperandList {

@@ -120,7 +120,7 @@ void readOptions(const OMExpressionLValueResolution& resolution, ParseScriptCall
         }
     }
     call.hasDeadline = hasMilliseconds || call.wait == ParseScriptWait::TIME_OUT;
-    call.deadline = start + milliseconds * 1000000;
+    call.deadline = start + milliseconds * Clock::NANOSECONDS_PER_MILLISECOND;
 }
 
 // Waits for the session to end, stopping it once the deadline has passed; then `call.output` holds its

@@ -29,6 +29,15 @@ double negativeQuietNaN() {
     return -std::numeric_limits<double>::quiet_NaN();
 }
 
+// The hashes of the values that hold no data of their own, and the seed of a map's hash.
+constexpr uint64_t UNDEFINED_HASH = 9999;
+constexpr uint64_t NULL_HASH = 9998;
+constexpr uint64_t TRUE_HASH = 12345;
+constexpr uint64_t FALSE_HASH = 98765;
+constexpr uint64_t NAN_HASH = 8998;
+constexpr uint64_t ERROR_HASH = 1232532227;
+constexpr uint64_t MAP_HASH_SEED = 9996;
+
 uint64_t hashOfWord(uint64_t word) {
     unsigned char bytes[8];
     for (int i = 0; i < 8; ++i) {
@@ -596,11 +605,11 @@ OMType OMNode::getType(uint64_t idx) const {
 uint64_t OMNode::hash() const {
     switch (getType()) {
     case OMType::Undefined:
-        return 9999;
+        return UNDEFINED_HASH;
     case OMType::Null:
-        return 9998;
+        return NULL_HASH;
     case OMType::Bool:
-        return getBool() ? 12345 : 98765;
+        return getBool() ? TRUE_HASH : FALSE_HASH;
     case OMType::Date:
         return hashOfWord(static_cast<uint64_t>(getDate()));
     case OMType::Int:
@@ -626,7 +635,7 @@ uint64_t OMNode::hash() const {
         return hash;
     }
     case OMType::Map: {
-        uint64_t hash = 9996;
+        uint64_t hash = MAP_HASH_SEED;
         for (auto iterator = getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
             NodePtr child = **iterator;
             hash ^= FNV1aHash::hashBytes(iterator->getKey()) ^ hashOfWord(child ? child->hash() : 0);
@@ -641,7 +650,7 @@ uint64_t OMNode::hash() const {
         return expression->hash();
     }
     case OMType::Error:
-        return 1232532227;
+        return ERROR_HASH;
     case OMType::Function: {
         uint64_t hash = FNV1aHash::hashBytes(getFunctionName());
         if (std::shared_ptr<FunctionSignature> signature = getFunctionSignature()) {
@@ -652,7 +661,7 @@ uint64_t OMNode::hash() const {
         return hash;
     }
     case OMType::NaN:
-        return 8998;
+        return NAN_HASH;
     case OMType::GUID: {
         GUIDClass* guid = getGUID();
         return guid != nullptr ? guid->get().fHigh ^ guid->get().fLow : 0;

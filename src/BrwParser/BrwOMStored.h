@@ -237,9 +237,13 @@ public:
     // Whether `c` may stand at `position` of a name: letters, '_' and '$', and digits after the first.
     static bool isIdentifierChar(int c, uint64_t position);
 
-    // Reads a number into this node. `base`: -3 script literal (decimal or 0x hexadecimal), -2 integer
-    // (decimal or 0x), -1 decimal number, 2 to 36 an integer of that base. The first character that
-    // doesn't fit stays unread; no number at all is NaN. False only for a bad base or stream.
+    // The forms of number that parseNum reads besides an integer of a base from 2 to 36.
+    static constexpr int NUMBER_SCRIPT_LITERAL = -3; // decimal or 0x hexadecimal, with fraction and exponent
+    static constexpr int NUMBER_INTEGER = -2;        // decimal or 0x hexadecimal integer
+    static constexpr int NUMBER_DECIMAL = -1;        // decimal, with fraction and exponent
+
+    // Reads a number into this node; `base` is one of the NUMBER_ forms or a base from 2 to 36. The first
+    // character that doesn't fit stays unread; no number at all is NaN. False only for a bad base or stream.
     [[nodiscard]] bool parseNum(const std::shared_ptr<InputStream>& stream, int base);
     void parseNum_yielding(const TaskPtr& task, bool& success, const std::shared_ptr<InputStream>& stream,
                            int base);

@@ -70,11 +70,18 @@ class NumberScanner {
 public:
     enum State { START, AFTER_ZERO, INTEGER, FRACTION, EXPONENT };
 
-    explicit NumberScanner(int base = -3)
-        : fRadix(base < 0 ? 10 : base), fIsPrefixAllowed(base == -3 || base == -2 || base == 16),
-          fIsFractionAllowed(base == -3 || base == -1) {}
+    static constexpr int SMALLEST_RADIX = 2;
+    static constexpr int LARGEST_RADIX = 36;
 
-    static bool isValidBase(int base) { return (base >= -3 && base <= -1) || (base >= 2 && base <= 36); }
+    explicit NumberScanner(int base = OMStored::NUMBER_SCRIPT_LITERAL)
+        : fRadix(base < 0 ? 10 : base), fIsPrefixAllowed(base == OMStored::NUMBER_SCRIPT_LITERAL ||
+                                                         base == OMStored::NUMBER_INTEGER || base == 16),
+          fIsFractionAllowed(base == OMStored::NUMBER_SCRIPT_LITERAL || base == OMStored::NUMBER_DECIMAL) {}
+
+    static bool isValidBase(int base) {
+        return base == OMStored::NUMBER_SCRIPT_LITERAL || base == OMStored::NUMBER_INTEGER ||
+               base == OMStored::NUMBER_DECIMAL || (base >= SMALLEST_RADIX && base <= LARGEST_RADIX);
+    }
 
     // Takes `c` (AT_END at the end): true to consume it and go on, false when the number has ended.
     bool feed(int c) {
@@ -434,7 +441,7 @@ double OMStored::numberFromText(const std::string& text) {
         auto stream = std::make_shared<InputStreamString>(text);
         stream->setAtEOF();
         auto node = std::make_shared<OMStored>();
-        SANITY_CHECK(node->parseNum(stream, -3));
+        SANITY_CHECK(node->parseNum(stream, NUMBER_SCRIPT_LITERAL));
         retVal = node->getAsNum();
     } while (false);
     return retVal;

@@ -27,6 +27,11 @@ class Task : public std::enable_shared_from_this<Task> {
 public:
     using TaskMap = std::unordered_map<uint64_t, std::shared_ptr<Task>>;
 
+    // A time-out of this value never expires; any other negative one means the default time-out.
+    static constexpr int64_t NO_TIMEOUT = -2;
+    // A slice of this length runs the task to its end; any other negative one is a slice without limit.
+    static constexpr int64_t RUN_TO_COMPLETION = -2;
+
     Task(const char* name, int64_t timeoutMicroseconds, const std::shared_ptr<InputStream>& stream);
     virtual ~Task();
 
@@ -60,7 +65,7 @@ public:
     // function finished or the task timed out.
     virtual bool releaseFunctionState(const OMFunctionState* state);
     virtual bool runTimeslice(int64_t timesliceMicroseconds);
-    virtual bool runToCompletion() { return runTimeslice(-2); }
+    virtual bool runToCompletion() { return runTimeslice(RUN_TO_COMPLETION); }
     virtual void registerChildTask(const std::shared_ptr<Task>& childTask);
     virtual void setParentTask(const std::shared_ptr<Task>& parent) { fParentTask = parent; }
     virtual bool setExitRequested(bool isExitRequested);
@@ -152,8 +157,8 @@ protected:
     std::shared_ptr<IOMNode> fResult;                 // result of the task
     uint64_t fTaskId;                                 // from the process-wide counter; the first is 1
     int64_t fDeadline = 0;                            // absolute deadline, 0 for none
-    int64_t fTimeoutMicroseconds;                     // -2 never, other negatives the default, else a limit
-    int64_t fTimesliceEnd = 0;                        // absolute end of this slice, 0 for none
+    int64_t fTimeoutMicroseconds; // NO_TIMEOUT, another negative: the default; else a limit
+    int64_t fTimesliceEnd = 0;    // absolute end of this slice, 0 for none
 
     static TaskMap fTasksById;                              // every registered task
     static std::vector<std::shared_ptr<Task>> fActiveTasks; // started tasks, in start order

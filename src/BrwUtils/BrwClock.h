@@ -11,6 +11,19 @@ class Clock {
 public:
     using Source = int64_t (*)();
 
+    // Settings and budgets are microseconds, time points nanoseconds.
+    static constexpr int64_t NANOSECONDS_PER_MICROSECOND = 1000;
+    static constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
+    static constexpr int64_t NANOSECONDS_PER_MILLISECOND =
+        NANOSECONDS_PER_MICROSECOND * MICROSECONDS_PER_MILLISECOND;
+
+    static constexpr int64_t fromMicroseconds(int64_t microseconds) {
+        return microseconds * NANOSECONDS_PER_MICROSECOND;
+    }
+    static constexpr int64_t toMicroseconds(int64_t nanoseconds) {
+        return nanoseconds / NANOSECONDS_PER_MICROSECOND;
+    }
+
     static int64_t now() {
         if (fSource != nullptr) {
             return fSource();
