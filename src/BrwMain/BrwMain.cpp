@@ -47,11 +47,6 @@ int main(int argc, char** argv) {
         if (InternalCoordinator::fRunTests) {
             runSelfTests();
         }
-        if (! InternalCoordinator::fRemoteCoordinatorURL.empty() &&
-            (InternalCoordinator::fScriptFilePath.empty() || InternalCoordinator::fScriptFilePath == "-")) {
-            LOG_ERROR("remoteCoordinatorURL without valid scriptFilePath");
-            break;
-        }
         const std::shared_ptr<OMScope>& coordinatorScope = internalCoordinator->getCoordinatorScope();
         SANITY_CHECK(coordinatorScope);
         if (InternalCoordinator::fScriptFilePath == "-") {

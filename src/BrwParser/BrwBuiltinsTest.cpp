@@ -127,10 +127,9 @@ std::string errorsSince(uint64_t before) {
 bool BuiltinsTest::setup() {
     // Script errors provoked here go to a file of the test's own.
     gSavedScriptErrorFile = ScriptErrorLog::getFile();
-    ScriptErrorLog::setFile(
-        (std::filesystem::temp_directory_path() / "brw-builtins-test-errors.txt").string());
-    std::remove(ScriptErrorLog::getFile().c_str());
-    return true;
+    const std::string errorFile = makeTemporaryFile("brw-builtins-test-errors");
+    ScriptErrorLog::setFile(errorFile);
+    return ! errorFile.empty();
 }
 
 bool BuiltinsTest::teardown() {

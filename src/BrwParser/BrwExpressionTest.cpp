@@ -136,9 +136,9 @@ std::shared_ptr<OMScope> freshScope() {
 bool ExpressionTest::setup() {
     // Script errors provoked here go to a file of the test's own.
     gSavedScriptErrorFile = ScriptErrorLog::getFile();
-    ScriptErrorLog::setFile(
-        (std::filesystem::temp_directory_path() / "brw-expression-test-errors.txt").string());
-    return true;
+    const std::string errorFile = makeTemporaryFile("brw-expression-test-errors");
+    ScriptErrorLog::setFile(errorFile);
+    return ! errorFile.empty();
 }
 
 bool ExpressionTest::teardown() {

@@ -17,6 +17,10 @@ public:
     static constexpr int64_t NANOSECONDS_PER_MILLISECOND =
         NANOSECONDS_PER_MICROSECOND * MICROSECONDS_PER_MILLISECOND;
 
+    // The longest time a setting or a script may ask for: a century, so that a deadline in nanoseconds
+    // can't overflow.
+    static constexpr int64_t LONGEST_MILLISECONDS = 1000LL * 60 * 60 * 24 * 365 * 100;
+
     static constexpr int64_t fromMicroseconds(int64_t microseconds) {
         return microseconds * NANOSECONDS_PER_MICROSECOND;
     }
