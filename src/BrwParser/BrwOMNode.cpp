@@ -932,6 +932,13 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
         node->eval_yielding(task, retVal, scope, handleReturnValue);
         return;
     }
+    if (scriptPhase == PARSE && node && node->getType() == OMType::Expression &&
+        ! task->hasPendingFunctionState() && node->getExpression() && node->getExpression()->isUnfoldable()) {
+        // Its own fold found nothing constant, and a second walk wouldn't either: a long chain of operators
+        // would otherwise be walked anew for every operator added.
+        retVal = node;
+        return;
+    }
     if (node && ! task->hasPendingFunctionState()) {
         const OMType type = node->getType();
         if (! scope || (type != OMType::Array && type != OMType::Map && type != OMType::Function &&
@@ -1025,6 +1032,9 @@ void OMNode::foldExpression_yielding(const TaskPtr& task, NodePtr& out,
     YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, GET, frame->expressionNode, frame->scope,
                                            PARSE, KEEP_RETURN_VALUE));
     out = frame->resolved && frame->resolved->isResolved(PARSE) ? frame->resolved : frame->expressionNode;
+    if (out == frame->expressionNode) {
+        expression->markUnfoldable();
+    }
     YIELDING_END;
 }
 

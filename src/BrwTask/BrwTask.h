@@ -77,6 +77,10 @@ public:
     // The task's body: calls its top-level resumable function once.
     virtual void timeslice() = 0;
     virtual bool updateParsingNestLevel(int step);
+    // The parser gave up the statement it reads because it passed a limit: until the statement loop
+    // takes the mark back, the constructs around the point add no messages of their own.
+    void setStatementAbandoned(bool isAbandoned) { fIsStatementAbandoned = isAbandoned; }
+    bool isStatementAbandoned() const { return fIsStatementAbandoned; }
     virtual bool usesAsyncIO();
 
     static void registerTask(const std::shared_ptr<Task>& task);
@@ -153,6 +157,7 @@ protected:
     std::string fName;                                // task name; the class name by default
     std::weak_ptr<Task> fParentTask;                  // null for a root task
     uint64_t fParsingNestLevel = 0;                   // how deep the parser has nested on this task
+    bool fIsStatementAbandoned = false;               // the parser gave up the statement being read
     bool fDefaultResult = false;                      // result when fResult is empty
     std::shared_ptr<IOMNode> fResult;                 // result of the task
     uint64_t fTaskId;                                 // from the process-wide counter; the first is 1
