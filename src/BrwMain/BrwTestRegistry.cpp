@@ -15,6 +15,7 @@
 #include "BrwParser/BrwOMStoredTest.h"
 #include "BrwParser/BrwOperatorsTest.h"
 #include "BrwParser/BrwReferencePathTest.h"
+#include "BrwParser/BrwScriptLimitsTest.h"
 #include "BrwParser/BrwStreamTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
 #include "BrwTask/BrwParseScriptTaskTest.h"
@@ -46,6 +47,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<BuiltinsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ScriptLimitsTest>()));
         retVal = true;
     } while (false);
     return retVal;

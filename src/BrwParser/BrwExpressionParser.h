@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "BrwParser/BrwIOMNode.h"
+#include "BrwParser/BrwScriptLimits.h"
 #include "BrwParser/BrwToken.h"
 
 namespace Brw {
@@ -69,10 +70,9 @@ public:
     using TaskPtr = std::shared_ptr<Task>;
     using StreamPtr = std::shared_ptr<InputStream>;
 
-    // How deep one statement may nest. Each bracket, block, call, branch and prefix operator adds a level,
-    // and so does each operator of one expression but `+`, `,` and `;`, whose chains stay flat. Past it
-    // the statement is given up with "expression nested too deeply" and the next one is read.
-    static constexpr uint64_t MAX_NESTING_DEPTH = 1000;
+    // Past ScriptLimits::NESTING_DEPTH the statement is given up with "expression nested too deeply" and
+    // the next one is read.
+    static constexpr uint64_t MAX_NESTING_DEPTH = ScriptLimits::NESTING_DEPTH;
 
     // One expression into `result`; on failure an error message has been reported.
     static void parseExpression_yielding(const TaskPtr& task, bool& success, NodePtr& result,

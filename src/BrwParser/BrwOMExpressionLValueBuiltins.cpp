@@ -71,6 +71,11 @@ void parseNumberInto(OMStored& node, const std::string& text, int base) {
     VERIFY(node.parseNum(stream, base));
 }
 
+// Gives `node` the text, or Error past the text limit (reported).
+bool setText(IOMNode& node, const std::string& text) {
+    return ScriptLimits::isTextAllowed(text.size()) ? node.set(text) : node.setError();
+}
+
 // NOTE: only the ASCII letters change: the bytes of a multi-byte UTF-8 letter are left alone, whatever
 // the locale.
 std::string changeCase(std::string text, bool toUpper) {
@@ -263,7 +268,7 @@ NodePtr OMExpressionLValueToken::ftn_toString(AccessType, const ScopePtr&,
         }
         NodePtr thisNode = resolution.getArgument(0);
         SANITY_CHECK(thisNode);
-        SANITY_CHECK(retVal->set(thisNode->toString()));
+        SANITY_CHECK(setText(*retVal, thisNode->toString()));
     } while (false);
     return retVal;
 }
@@ -277,7 +282,7 @@ NodePtr OMExpressionLValueToken::ftn_stringify(AccessType, const ScopePtr&,
         }
         NodePtr thisNode = resolution.getArgument(0);
         SANITY_CHECK(thisNode);
-        SANITY_CHECK(retVal->set(OMAccessor(thisNode).stringify()));
+        SANITY_CHECK(setText(*retVal, OMAccessor(thisNode).stringify()));
     } while (false);
     return retVal;
 }
@@ -308,7 +313,7 @@ NodePtr OMExpressionLValueToken::ftn_enquote(AccessType, const ScopePtr&,
             const std::string quoteText = textOf(quoteNode);
             quoteChar = quoteText.empty() ? '"' : quoteText[0];
         }
-        SANITY_CHECK(retVal->set(Utils::enquote(textOf(thisNode), quoteChar)));
+        SANITY_CHECK(setText(*retVal, Utils::enquote(textOf(thisNode), quoteChar)));
     } while (false);
     return retVal;
 }

@@ -358,16 +358,35 @@ std::shared_ptr<OMStored> OMNode::unaryOperation(UnOp op, IOMNode& node, NodeReu
 
 // ---- arithmetic ----
 
+namespace {
+
+// The length of a node's text form, without a copy of a stored text.
+uint64_t textSizeOf(const IOMNode& node) {
+    const OMStored* stored = node.getOMStoredRaw();
+    return stored != nullptr && node.getType() == OMType::String ? stored->getTextSize()
+                                                                 : node.getAsString().size();
+}
+
+} // namespace
+
+bool OMNode::isSumWithinTextLimit(const IOMNode& left, const IOMNode& right) {
+    return (left.getType() != OMType::String && right.getType() != OMType::String) ||
+           ScriptLimits::isTextWithinLimit(textSizeOf(left) + textSizeOf(right));
+}
+
 bool OMNode::binop_add(const NodePtr& result, IOMNode& other) {
     bool retVal = false;
     do {
         SANITY_CHECK(result);
         OMStored* self =
             result.get() == static_cast<IOMNode*>(this) ? const_cast<OMStored*>(getOMStoredRaw()) : nullptr;
-        if (self != nullptr && getType() == OMType::String) {
+        const bool isText = getType() == OMType::String || other.getType() == OMType::String;
+        if (isText && ! ScriptLimits::isTextAllowed(textSizeOf(*this) + textSizeOf(other))) {
+            retVal = result->setError();
+        } else if (self != nullptr && getType() == OMType::String) {
             // Writing into the left operand itself: the text grows where it is instead of being copied.
             retVal = self->appendString(other.getAsString());
-        } else if (getType() == OMType::String || other.getType() == OMType::String) {
+        } else if (isText) {
             retVal = result->set(getAsString() + other.getAsString());
         } else {
             retVal = result->setNum(getAsNum() + other.getAsNum());

@@ -398,6 +398,9 @@ bool OMStored::push(const NodePtr& node) {
             break;
         }
         SANITY_CHECK(fArray);
+        if (! ScriptLimits::isContainerAllowed(fArray->size() + 1)) {
+            break;
+        }
         fArray->push_back(node);
         retVal = true;
     } while (false);
@@ -626,11 +629,12 @@ bool OMStored::storeInMap(const std::string& attr, NodePtr& out) {
             LOG_ERROR("not permitted - need PERMISSION_WRITE");
             break;
         }
-        if (! out) {
-            auto iter = fMap->find(attr);
-            if (iter != fMap->end()) {
-                out = iter->second;
-            }
+        auto iter = fMap->find(attr);
+        if (iter == fMap->end() && ! ScriptLimits::isContainerAllowed(fMap->size() + 1)) {
+            break;
+        }
+        if (! out && iter != fMap->end()) {
+            out = iter->second;
         }
         if (! out) {
             out = undefinedFactory();
@@ -643,7 +647,23 @@ bool OMStored::storeInMap(const std::string& attr, NodePtr& out) {
     return retVal;
 }
 
-void OMStored::fillArrayUpTo(uint64_t idx) {
+bool OMStored::isStoreWithinLimit(uint64_t idx) const {
+    return fType != OMType::Array || ! fArray || idx < fArray->size() ||
+           ScriptLimits::isIndexWithinLimit(idx);
+}
+
+bool OMStored::isStoreWithinLimit(const std::string& attr) const {
+    if (fType == OMType::Array) {
+        return ! isAllDigits(attr) || isStoreWithinLimit(Utils::toUInt64(attr));
+    }
+    return fType != OMType::Map || ! fMap || ScriptLimits::isContainerWithinLimit(fMap->size() + 1) ||
+           fMap->count(attr) != 0;
+}
+
+bool OMStored::fillArrayUpTo(uint64_t idx) {
+    if (idx >= fArray->size() && ! ScriptLimits::isIndexAllowed(idx)) {
+        return false;
+    }
     NodePtr thisNode = fIsDataStructure ? shared_from_this() : nullptr;
     while (fArray->size() <= idx) {
         NodePtr filler = undefinedFactory();
@@ -652,13 +672,16 @@ void OMStored::fillArrayUpTo(uint64_t idx) {
         }
         fArray->push_back(filler);
     }
+    return true;
 }
 
 bool OMStored::storeInArray(uint64_t idx, NodePtr& out) {
     bool retVal = false;
     do {
         SANITY_CHECK(fArray);
-        fillArrayUpTo(idx);
+        if (! fillArrayUpTo(idx)) {
+            break;
+        }
         if (! out) {
             out = (*fArray)[idx];
         }
@@ -841,7 +864,9 @@ void OMStored::set_yielding(const TaskPtr&, NodePtr& out, uint64_t idx, const No
         SANITY_CHECK(this != fromNode.get());
         SANITY_CHECK(fType == OMType::Array);
         SANITY_CHECK(fArray);
-        fillArrayUpTo(idx);
+        if (! fillArrayUpTo(idx)) {
+            break;
+        }
         out = fIsDataStructure ? adoptChild(fromNode, std::to_string(idx)) : fromNode;
         (*fArray)[idx] = out;
     } while (false);
@@ -854,6 +879,9 @@ void OMStored::set_yielding(const TaskPtr&, NodePtr& out, const std::string& att
         SANITY_CHECK(fMap);
         if ((getPermissions(attr) & PERMISSION_WRITE) == 0) {
             LOG_ERROR("not permitted -- need PERMISSION_WRITE");
+            break;
+        }
+        if (fMap->count(attr) == 0 && ! ScriptLimits::isContainerAllowed(fMap->size() + 1)) {
             break;
         }
         out = fIsDataStructure ? adoptChild(fromNode, attr) : fromNode;

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "BrwParser/BrwOMNode.h"
+#include "BrwParser/BrwScriptLimits.h"
 #include "BrwParser/BrwToken.h"
 
 namespace Brw {
@@ -25,7 +26,7 @@ public:
     static constexpr uint32_t PERMISSION_DEFAULT = 7;
     static constexpr uint64_t CLONE_ALL_LEVELS = ~uint64_t(0);
     // Script calls nested deeper than this end with the script error "maximum call depth exceeded".
-    static constexpr int64_t MAX_CALL_DEPTH = 2000;
+    static constexpr int64_t MAX_CALL_DEPTH = ScriptLimits::CALL_DEPTH;
 
     OMStored();
     ~OMStored() override;
@@ -141,8 +142,13 @@ public:
     std::shared_ptr<IOMNodeIterator> getIterator() const override;
     std::shared_ptr<OMStored> getOMStoredPtr() override;
     const OMStored* getOMStoredRaw() const override { return this; }
+    // Whether a write of this child stays within the element limit; says nothing when it doesn't.
+    bool isStoreWithinLimit(uint64_t idx) const;
+    bool isStoreWithinLimit(const std::string& attr) const;
     uint64_t getSize() const override;
     std::string getString() const override;
+    // The byte count of a String's text, without a copy of it; 0 for the other kinds.
+    uint64_t getTextSize() const { return fType == OMType::String ? fString.size() : 0; }
     OMType getType() const override { return fType; }
     NodePtr pop() override;
     bool push(const NodePtr& node) override;
@@ -183,8 +189,8 @@ private:
     NodePtr adoptChild(const NodePtr& node, const std::string& key);
     bool readChild(const std::string& attr, NodePtr& out) const;
     bool readChild(uint64_t idx, NodePtr& out) const;
-    // Adds Undefined elements until `idx` is inside the array.
-    void fillArrayUpTo(uint64_t idx);
+    // Grows the array with undefined elements until `idx` is in it; false past the element limit.
+    [[nodiscard]] bool fillArrayUpTo(uint64_t idx);
     // Finds or makes the child `key` and gives it the value of `node`: the child, or null.
     template <class Key>
     NodePtr setChild(const Key& key, const NodePtr& node);

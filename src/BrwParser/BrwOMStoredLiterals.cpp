@@ -600,7 +600,7 @@ void OMStored::parseKeyword_yielding(const TaskPtr& task, bool& success,
 void OMStored::parseString_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
                                     const std::shared_ptr<InputStream>& stream, int quote) {
     struct LocalVariableState : OMFunctionState {
-        std::string raw;        // the characters between the quotes, escapes undecoded
+        std::string raw;        // the characters between the quotes, decoded once the string ends
         bool isEscaped = false; // the last character was a backslash that takes this one along
         int c = NOTHING_YET;    // the peeked character
         bool isConsumed = true; // the stream took the last character
@@ -625,7 +625,12 @@ void OMStored::parseString_yielding(const TaskPtr& task, bool& success, std::str
         YIELDING_FINISH;
     }
     YIELDING_CHECK(stream->next());
-    YIELDING_CHECK(set(Utils::decodeString(frame->raw)));
+    frame->raw = Utils::decodeString(frame->raw);
+    if (! ScriptLimits::isTextWithinLimit(frame->raw.size())) {
+        errorMessage = ScriptLimits::textTooLongMessage();
+        YIELDING_FINISH;
+    }
+    YIELDING_CHECK(set(frame->raw));
     success = true;
     YIELDING_END;
 }
@@ -675,6 +680,10 @@ void OMStored::parseHereDocument_yielding(const TaskPtr& task, bool& success, st
         frame->isConsumed = stream->next();
     }
     YIELDING_CHECK(frame->isConsumed);
+    if (! ScriptLimits::isTextWithinLimit(frame->text.getText().size())) {
+        errorMessage = ScriptLimits::textTooLongMessage();
+        YIELDING_FINISH;
+    }
     YIELDING_CHECK(set(frame->text.getText()));
     success = true;
     YIELDING_END;
