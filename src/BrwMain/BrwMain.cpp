@@ -228,6 +228,8 @@ void tearDown() {
     InternalCoordinator::releaseInstance();
     Task::deregisterAll();
     OMScope::releaseRootScope();
+    // Values that hold themselves are all that is left of the script's values; their cycles are broken.
+    OMContainerRegistry::releaseElementsSince(0);
     Test::deregisterAll();
     ClassTest::deregisterAll();
     Object::deleteTables();

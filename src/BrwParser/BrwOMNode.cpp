@@ -17,6 +17,7 @@
 #include "BrwParser/BrwOMExpressionUnary.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
+#include "BrwParser/BrwOMValuePath.h"
 #include "BrwTask/BrwCallTask.h"
 #include "BrwTask/BrwYielding.h"
 
@@ -37,6 +38,10 @@ constexpr uint64_t FALSE_HASH = 98765;
 constexpr uint64_t NAN_HASH = 8998;
 constexpr uint64_t ERROR_HASH = 1232532227;
 constexpr uint64_t MAP_HASH_SEED = 9996;
+constexpr uint64_t UNWALKED_CONTAINER_HASH = 9995; // a container that holds itself, or nested too deeply
+
+// What the human text forms show for a container that holds itself, or is nested deeper than they go.
+constexpr const char* VALUE_NOT_SHOWN = "...";
 
 uint64_t hashOfWord(uint64_t word) {
     unsigned char bytes[8];
@@ -368,6 +373,11 @@ std::string OMNode::getAsString() const {
     case OMType::String:
         return getString();
     case OMType::Array: {
+        static OMValuePath path;
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return VALUE_NOT_SHOWN;
+        }
         std::string text;
         std::shared_ptr<IOMNodeIterator> iterator = getIterator();
         for (bool first = true; iterator && ! iterator->isAtEnd(); ++*iterator, first = false) {
@@ -396,6 +406,7 @@ std::string OMNode::getAsString() const {
 }
 
 std::string OMNode::toString() const {
+    static OMValuePath path;
     switch (getType()) {
     case OMType::Undefined:
         return "undefined";
@@ -422,6 +433,10 @@ std::string OMNode::toString() const {
     case OMType::String:
         return "\"" + getString() + "\"";
     case OMType::Array: {
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return VALUE_NOT_SHOWN;
+        }
         std::string text = "[";
         std::shared_ptr<IOMNodeIterator> iterator = getIterator();
         for (bool first = true; iterator && ! iterator->isAtEnd(); ++*iterator, first = false) {
@@ -431,6 +446,10 @@ std::string OMNode::toString() const {
         return text + "]";
     }
     case OMType::Map: {
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return VALUE_NOT_SHOWN;
+        }
         std::string text = "{ ";
         bool first = true;
         for (const std::string& key : getKeys()) {
@@ -603,6 +622,7 @@ OMType OMNode::getType(uint64_t idx) const {
 }
 
 uint64_t OMNode::hash() const {
+    static OMValuePath path;
     switch (getType()) {
     case OMType::Undefined:
         return UNDEFINED_HASH;
@@ -627,6 +647,10 @@ uint64_t OMNode::hash() const {
     case OMType::String:
         return FNV1aHash::hashBytes(getString());
     case OMType::Array: {
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return UNWALKED_CONTAINER_HASH;
+        }
         uint64_t hash = 0;
         for (auto iterator = getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
             NodePtr child = **iterator;
@@ -635,6 +659,10 @@ uint64_t OMNode::hash() const {
         return hash;
     }
     case OMType::Map: {
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return UNWALKED_CONTAINER_HASH;
+        }
         uint64_t hash = MAP_HASH_SEED;
         for (auto iterator = getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
             NodePtr child = **iterator;

@@ -6,6 +6,7 @@
 #include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwOMNode.h"
 #include "BrwParser/BrwOMStored.h"
+#include "BrwParser/BrwOMValuePath.h"
 
 namespace Brw {
 
@@ -521,10 +522,18 @@ bool OMNode::binop_compare_eq(const NodePtr& result, IOMNode& other) {
             std::shared_ptr<OMExpression> otherExpression = other.getExpression();
             SANITY_CHECK(otherExpression);
             isEqual = *expression == *otherExpression;
-        } else if (type == OMType::Array) {
-            SANITY_CHECK(areArraysEqual(*this, other, isEqual));
-        } else if (type == OMType::Map) {
-            SANITY_CHECK(areMapsEqual(*this, other, isEqual));
+        } else if (type == OMType::Array || type == OMType::Map) {
+            static OMValuePath path;
+            OMValuePath::Step step(path, *this);
+            if (! step.isEntered()) {
+                // A container that holds itself, or one nested deeper than comparisons go: equal when it is
+                // the same container.
+                isEqual = OMValuePath::identityOf(*this) == OMValuePath::identityOf(other);
+            } else if (type == OMType::Array) {
+                SANITY_CHECK(areArraysEqual(*this, other, isEqual));
+            } else {
+                SANITY_CHECK(areMapsEqual(*this, other, isEqual));
+            }
         } else {
             retVal = binop_compare_identical(result, other);
             break;

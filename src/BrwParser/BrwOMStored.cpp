@@ -10,6 +10,7 @@
 #include "BrwParser/BrwOMExpressionLValue.h"
 #include "BrwParser/BrwOMQuickFunction.h"
 #include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwOMValuePath.h"
 #include "BrwTask/BrwYielding.h"
 #include "BrwUtils/BrwStackGuard.h"
 
@@ -39,8 +40,36 @@ OMStored::OMStored() {
     ++fOMStoredCount;
 }
 
+namespace {
+
+// Elements of containers that went with their last holder, let go one at a time: a value nested a million
+// deep would otherwise be freed by a recursion as deep, past the end of the stack.
+std::vector<IOMNode::NodePtr>& elementsToRelease() {
+    static auto* elements = new std::vector<IOMNode::NodePtr>();
+    return *elements;
+}
+
+bool gIsReleasingElements = false; // the outermost destructor lets go of them; the others only add
+
+} // namespace
+
 OMStored::~OMStored() {
     --fOMStoredCount;
+    std::vector<NodePtr>& elements = elementsToRelease();
+    if (fArray && fArray.use_count() == 1) {
+        fArray->takeElements(elements);
+    }
+    if (fMap && fMap.use_count() == 1) {
+        fMap->takeElements(elements);
+    }
+    if (! gIsReleasingElements) {
+        gIsReleasingElements = true;
+        while (! elements.empty()) {
+            NodePtr element = std::move(elements.back());
+            elements.pop_back();
+        }
+        gIsReleasingElements = false;
+    }
 }
 
 // ---- factories ----
@@ -518,8 +547,11 @@ bool OMStored::copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel) {
         const bool isArray = from.getType() == OMType::Array;
         SANITY_CHECK(isArray ? setEmptyArray() : setEmptyMap());
         const OMStored* fromStored = from.getOMStoredRaw();
-        if (fromStored != nullptr && ! fIsDataStructure && cloneNestLevel == 0) {
-            // Plain variables share containers.
+        static OMValuePath path;
+        OMValuePath::Step step(path, from);
+        if (fromStored != nullptr && ((! fIsDataStructure && cloneNestLevel == 0) || ! step.isEntered())) {
+            // Plain variables share containers, and so does a copy of one that holds itself or is nested
+            // deeper than copies go.
             fArray = fromStored->fArray;
             fMap = fromStored->fMap;
             retVal = true;

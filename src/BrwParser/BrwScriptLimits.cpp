@@ -7,7 +7,8 @@ namespace Brw {
 namespace {
 
 bool reportTooManyElements() {
-    ScriptErrorLog::report("too many elements: more than " + std::to_string(ScriptLimits::fContainerElements));
+    ScriptErrorLog::report("too many elements: more than " +
+                           std::to_string(ScriptLimits::fContainerElements));
     return false;
 }
 
