@@ -44,6 +44,7 @@ bool OMStoredTest::test() {
     allOK = testConversions() && allOK;
     allOK = testHashAndScalars() && allOK;
     allOK = testScopes() && allOK;
+    allOK = testDeepValuesGoWithoutRecursion() && allOK;
     // Every node made above is gone again.
     if (OMStored::getOMStoredCount() != nodesBefore) {
         LOG_ERROR(
@@ -333,6 +334,27 @@ bool OMStoredTest::testScopes() {
         SANITY_CHECK(reader->popScriptFilePath());
         LogLevelScope quiet(0);
         SANITY_CHECK(! reader->popScriptFilePath());
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+// A value nested far deeper than the stack could recurse, in arrays and maps, is freed one element at a
+// time when its last holder lets go.
+bool OMStoredTest::testDeepValuesGoWithoutRecursion() {
+    bool retVal = false;
+    do {
+        const int64_t nodesBefore = OMStored::getOMStoredCount();
+        constexpr int DEPTH = 300000;
+        std::shared_ptr<OMStored> value = OMStored::arrayFactory();
+        for (int level = 0; level < DEPTH; ++level) {
+            std::shared_ptr<OMStored> outer = level % 2 == 0 ? OMStored::arrayFactory() : OMStored::mapFactory();
+            SANITY_CHECK(level % 2 == 0 ? outer->push(value) : static_cast<bool>(outer->setSync("x", value)));
+            value = outer;
+        }
+        SANITY_CHECK(OMStored::getOMStoredCount() > nodesBefore + DEPTH);
+        value.reset();
+        CHECK_EQUAL(OMStored::getOMStoredCount(), nodesBefore);
         retVal = true;
     } while (false);
     return retVal;

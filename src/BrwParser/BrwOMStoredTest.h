@@ -21,6 +21,7 @@ private:
     bool testConversions();
     bool testHashAndScalars();
     bool testScopes();
+    bool testDeepValuesGoWithoutRecursion();
 };
 
 } // namespace Brw
