@@ -67,10 +67,14 @@ std::vector<std::shared_ptr<Test>> Test::getTests() {
     return tests;
 }
 
-bool Test::runAll() {
+bool Test::runAll(std::vector<std::string>* failedTestNames) {
     bool allOK = true;
     for (const auto& test : getTests()) {
-        allOK = test->run() && allOK;
+        const bool isPassed = test->run();
+        if (! isPassed && failedTestNames != nullptr) {
+            failedTestNames->push_back(test->getTestName());
+        }
+        allOK = isPassed && allOK;
     }
     return allOK;
 }

@@ -37,8 +37,9 @@ public:
     static std::shared_ptr<Test> getTest(const std::string& testName);
     // All registered tests in name order.
     static std::vector<std::shared_ptr<Test>> getTests();
-    // Runs every test in name order; false when any failed, and all of them run regardless.
-    static bool runAll();
+    // Runs every test in name order; false when any failed, and all of them run regardless. The names of
+    // the failed ones go to `failedTestNames` when it is given.
+    static bool runAll(std::vector<std::string>* failedTestNames = nullptr);
     // Empties the registry: part of the process's teardown.
     static void deregisterAll();
     // A new empty file of a unique name in the temporary folder, for a test to write and remove; empty
