@@ -9,6 +9,7 @@
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwClassTest.h"
 #include "BrwMain/BrwTest.h"
+#include "BrwParser/BrwFiles/BrwOpenedFile.h"
 #include "BrwParser/BrwIOStreamPrompted.h"
 #include "BrwParser/BrwInputStreamStdIn.h"
 #include "BrwParser/BrwOMScope.h"
@@ -263,6 +264,7 @@ void tearDown() {
     Test::deregisterAll();
     ClassTest::deregisterAll();
     Object::deleteTables();
+    OpenedFile::closeAll();
 }
 
 bool verifyNoObjectLeft() {

@@ -13,6 +13,7 @@
 #include "BrwParser/BrwLiteralsTest.h"
 #include "BrwParser/BrwOMQuickValueTest.h"
 #include "BrwParser/BrwOMStoredTest.h"
+#include "BrwParser/BrwOMTest.h"
 #include "BrwParser/BrwOperatorsTest.h"
 #include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwScriptLimitsTest.h"
@@ -48,6 +49,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ScriptLimitsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<OMTest>()));
         retVal = true;
     } while (false);
     return retVal;

@@ -33,6 +33,9 @@ public:
     static constexpr char ANY_SEPARATOR = 0;
     // The program's own folder below the user's and the system's data folders.
     static constexpr const char* PROGRAM_FOLDER_NAME = "net.braidwell";
+    // The files shipped with the program, below the installation root of the build tree and of an
+    // installed tree alike.
+    static constexpr const char* SHIPPED_FILES_PATH = "share/braidwell/";
     // The file mode of the folders the program makes: private to the user.
     static constexpr unsigned PRIVATE_FOLDER_MODE = 0700;
 
