@@ -343,6 +343,10 @@ void Ini::setEntry(const std::string& section, const std::string& key, size_t in
 void Ini::removeEntry(const std::string& section, const std::string& key) {
     auto iter = fSections.find(section);
     if (iter != fSections.end() && iter->second.erase(key) != 0) {
+        // A section goes with its last entry, as a text without it would read.
+        if (iter->second.empty()) {
+            fSections.erase(iter);
+        }
         noteChange();
     }
 }

@@ -95,4 +95,14 @@ std::string Test::makeTemporaryFile(const std::string& stem) {
     return path;
 }
 
+std::string Test::makeTemporaryFolder(const std::string& stem) {
+    std::error_code error;
+    std::string path = (std::filesystem::temp_directory_path(error) / (stem + "-XXXXXX")).string();
+    if (error || mkdtemp(path.data()) == nullptr) {
+        LOG_ERROR("cannot make a temporary folder for " + stem);
+        return std::string();
+    }
+    return path + "/";
+}
+
 } // namespace Brw

@@ -45,6 +45,9 @@ public:
     // A new empty file of a unique name in the temporary folder, for a test to write and remove; empty
     // when none could be made.
     static std::string makeTemporaryFile(const std::string& stem);
+    // A new empty folder of a unique name in the temporary folder, ending in the separator; empty when
+    // none could be made.
+    static std::string makeTemporaryFolder(const std::string& stem);
 
     // The text of a failed comparison in a test, with both values where they print.
     template <class Actual, class Expected>
