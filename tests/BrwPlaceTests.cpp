@@ -240,19 +240,16 @@ TEST_F(PlaceTest, RemoteCoordinatorNeedsAScriptFile) {
     EXPECT_FALSE(fs::exists(script.parent_path() / "remote-ran"));
 }
 
-// The self-test mode says at the end whether all passed: here, and for a copy of the program whose
-// shipped scripts hold one that fails.
-TEST_F(PlaceTest, SelfTestModeReportsItsOutcome) {
+// The self-test mode says at the end whether all passed: for a copy of the program whose shipped scripts
+// hold one that fails, it names the script and counts the test as failed. (That a fresh build passes
+// them all, the self-test program and the install check show.)
+TEST_F(PlaceTest, SelfTestModeReportsAFailingScript) {
     const auto lastLine = [](const std::string& text) {
         const size_t end = text.find_last_not_of('\n');
         const size_t start = text.rfind('\n', end);
         return text.substr(start == std::string::npos ? 0 : start + 1,
                            end - (start == std::string::npos ? 0 : start + 1) + 1);
     };
-    auto passing = runProcess({kBinary, "-t", "y", "-w", "0"}, "", 600000);
-    ASSERT_FALSE(passing.timedOut);
-    EXPECT_TRUE(lastLine(passing.standardOutput).ends_with(" passed, 0 failed")) << passing.standardOutput;
-
     const fs::path prefix = fs::path(BrwTests::isolatedHome()) / BrwTests::uniqueName("installed");
     fs::create_directories(prefix / "bin");
     fs::copy_file(kBinary, prefix / "bin/braidwell");

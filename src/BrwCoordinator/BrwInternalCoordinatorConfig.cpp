@@ -213,8 +213,10 @@ bool InternalCoordinator::addConfigFiles(std::map<char, std::vector<std::string>
         if (extraFile != switches.end()) {
             const std::vector<std::string> switchArgs = extraFile->second;
             switches.erase(extraFile);
-            SANITY_CHECK(switchArgs.size() == 1);
-            SANITY_CHECK(fConfigStack.addFile(Dirs::fullPath(switchArgs[0])));
+            // Without its file the switch is reported and start-up goes on, as with any other switch.
+            if (SANITY_CHECKED(switchArgs.size() == 1)) {
+                SANITY_CHECK(fConfigStack.addFile(Dirs::fullPath(switchArgs[0])));
+            }
         }
         retVal = true;
     } while (false);

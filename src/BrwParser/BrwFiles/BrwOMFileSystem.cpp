@@ -114,19 +114,33 @@ uint64_t OMFileSystem::hash() const {
 // ---- the attributes ----
 
 IOMNode::NodePtr OMFileSystem::readAttribute(size_t attribute) const {
-    using Reader = NodePtr (OMFileSystem::*)() const;
-    static constexpr Reader readers[ATTRIBUTE_COUNT] = {
-        &OMFileSystem::readName,     &OMFileSystem::readPath,     &OMFileSystem::readIsDir,
-        &OMFileSystem::readIsFile,   &OMFileSystem::readIsPipe,   &OMFileSystem::readFileSize,
-        &OMFileSystem::readFileList, &OMFileSystem::readContents,
-    };
-    if (attribute >= ATTRIBUTE_COUNT) {
+    if (attribute < ATTRIBUTE_COUNT && ! fAttributes[attribute]) {
+        fAttributes[attribute] = readFromDisk(attribute);
+    }
+    return attribute < ATTRIBUTE_COUNT ? fAttributes[attribute] : nullptr;
+}
+
+IOMNode::NodePtr OMFileSystem::readFromDisk(size_t attribute) const {
+    switch (attribute) {
+    case NAME:
+        return readName();
+    case PATH:
+        return readPath();
+    case IS_DIR:
+        return readIsDir();
+    case IS_FILE:
+        return readIsFile();
+    case IS_PIPE:
+        return readIsPipe();
+    case FILE_SIZE:
+        return readFileSize();
+    case FILE_LIST:
+        return readFileList();
+    case CONTENTS:
+        return readContents();
+    default:
         return nullptr;
     }
-    if (! fAttributes[attribute]) {
-        fAttributes[attribute] = (this->*readers[attribute])();
-    }
-    return fAttributes[attribute];
 }
 
 IOMNode::NodePtr OMFileSystem::readName() const {

@@ -74,6 +74,8 @@ private:
     // The attribute's node, read and kept on the first request; null when it has none (the contents of
     // anything but a plain file) or can't be made.
     NodePtr readAttribute(size_t attribute) const;
+    // The attribute's node made from the disk.
+    NodePtr readFromDisk(size_t attribute) const;
     NodePtr readName() const;
     NodePtr readPath() const;
     NodePtr readIsDir() const;
