@@ -175,8 +175,10 @@ TEST_F(ProcessTest, HelpListsTheSwitchesAndEndsAtOnce) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.standardError, "");
-    for (const char* line : {"-e N ", "-F FILE ", "-f FILE ", "-h ", "-I ", "-i ", "-N NAME ", "-n NAME ",
-                             "-P TEXT ", "-p TEXT ", "-s ", "-t y|n ", "-v ", "-w MS ", "-z "}) {
+    for (const char* line :
+         {"-c FILE ", "-D ID ",  "-d ",      "-e N ",    "-F FILE ", "-f FILE ", "-h ",
+          "-I ",      "-i ",     "-N NAME ", "-n NAME ", "-o MS ",   "-P TEXT ", "-p TEXT ",
+          "-q TEXT ", "-r URL ", "-s ",      "-t y|n ",  "-v ",      "-w MS ",   "-z "}) {
         EXPECT_NE(result.standardOutput.find(std::string("\n  ") + line), std::string::npos) << line;
     }
 }

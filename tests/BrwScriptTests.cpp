@@ -318,9 +318,7 @@ TEST(ScriptProcessFuzzTest, RandomBytesEndWithStatusZero) {
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     BrwTests::isolateHome();
-    char programName[] = "brw_scripttests";
-    char* coordinatorArgs[] = {programName, nullptr};
-    if (! Brw::InternalCoordinator::init(1, coordinatorArgs)) {
+    if (! BrwTests::initCoordinator("brw_scripttests")) {
         fprintf(stderr, "the coordinator did not start\n");
         return 1;
     }

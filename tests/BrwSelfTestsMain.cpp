@@ -31,9 +31,7 @@ private:
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     BrwTests::isolateHome();
-    char programName[] = "brw_selftests";
-    char* coordinatorArgs[] = {programName, nullptr};
-    if (! Brw::InternalCoordinator::init(1, coordinatorArgs)) {
+    if (! BrwTests::initCoordinator("brw_selftests")) {
         fprintf(stderr, "the coordinator did not start\n");
         return 1;
     }

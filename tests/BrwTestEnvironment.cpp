@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "BrwCoordinator/BrwInternalCoordinator.h"
+
 namespace BrwTests {
 
 namespace {
@@ -56,6 +58,14 @@ const std::string& isolatedHome() {
 std::string uniqueName(const std::string& stem) {
     static int counter = 0;
     return stem + "." + std::to_string(getpid()) + "." + std::to_string(++counter);
+}
+
+bool initCoordinator(const std::string& programName) {
+    std::string program = programName;
+    std::string nameSwitch = "-n";
+    std::string coordinatorName = uniqueName("net.braidwell.coordinator.test");
+    char* args[] = {program.data(), nameSwitch.data(), coordinatorName.data(), nullptr};
+    return Brw::InternalCoordinator::init(3, args);
 }
 
 ProcessResult runProcess(const std::vector<std::string>& args, const std::string& input,

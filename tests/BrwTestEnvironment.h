@@ -13,6 +13,10 @@ const std::string& isolatedHome();
 // A name no other test process uses, for coordinators and files.
 std::string uniqueName(const std::string& stem);
 
+// Brings the coordinator up in this process, under a name of its own: the programs a test starts may be
+// the main coordinator of the test's home.
+bool initCoordinator(const std::string& programName);
+
 struct ProcessResult {
     int exitCode = -1;     // -1 when the process was killed or did not end in time
     bool timedOut = false; // killed after the time limit

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <limits>
 #include <thread>
 
@@ -21,6 +20,7 @@
 #include "BrwTask/BrwParseAndEvalStreamTask.h"
 #include "BrwTask/BrwYielding.h"
 #include "BrwUtils/BrwClock.h"
+#include "BrwUtils/BrwDirs.h"
 
 namespace Brw {
 
@@ -65,6 +65,9 @@ struct SwitchEntry {
 
 // Every switch the program knows, in the order of the usage text.
 const SwitchEntry kSwitches[] = {
+    {'c', SwitchKind::WORD, "FILE", "read this configuration file after the main one; its values win"},
+    {'D', SwitchKind::WORD, "ID", "default call-back identifier of data requests"},
+    {'d', SwitchKind::FLAG, "", "write the session data of the coordinator to its session file"},
     {'e', SwitchKind::NUMBER, "N", "echo of typed keys at the console, 0 to 3: 1 (the default) and 3 echo",
      std::numeric_limits<int32_t>::max()},
     {'F', SwitchKind::WORD, "FILE", "run this script once at start, before anything else"},
@@ -72,12 +75,16 @@ const SwitchEntry kSwitches[] = {
     {'h', SwitchKind::FLAG, "", "print this text and stop"},
     {'I', SwitchKind::FLAG, "", "read script from standard input and print the value of each statement"},
     {'i', SwitchKind::FLAG, "", "interactive console; with -I unbuffered standard streams"},
-    {'N', SwitchKind::WORD, "NAME", "short name of this coordinator"},
+    {'N', SwitchKind::WORD, "NAME", "short name of this coordinator: NAME is net.braidwell.coordinator.NAME"},
     {'n', SwitchKind::WORD, "NAME", "full name of this coordinator (default net.braidwell.coordinator.main)"},
+    {'o', SwitchKind::NUMBER, "MS", "time-out in milliseconds of a script run on another coordinator",
+     Clock::LONGEST_MILLISECONDS},
     {'P', SwitchKind::WORD, "TEXT", "prompt of the console inside an unfinished statement"},
     {'p', SwitchKind::WORD, "TEXT", "prompt of the console"},
+    {'q', SwitchKind::WORD, "TEXT", "accepted and ignored"},
+    {'r', SwitchKind::WORD, "URL", "run the script of -f on the coordinator at this brw:// address"},
     {'s', SwitchKind::FLAG, "", "server: stay up until told to stop"},
-    {'t', SwitchKind::WORD, "y|n", "run the built-in self-tests at start, or not"},
+    {'t', SwitchKind::WORD, "y|n", "run the built-in self-tests and test scripts at start, or not"},
     {'v', SwitchKind::FLAG, "", "print the version and stop"},
     {'w', SwitchKind::NUMBER, "MS", "grace time in milliseconds before a stop (default 10000)",
      Clock::LONGEST_MILLISECONDS},
@@ -97,16 +104,6 @@ const SwitchEntry* findSwitch(char switchLetter) {
 bool takesArgument(char switchLetter) {
     const SwitchEntry* entry = findSwitch(switchLetter);
     return entry != nullptr && (entry->kind == SwitchKind::WORD || entry->kind == SwitchKind::NUMBER);
-}
-
-// An absolute, normalised path against the current folder; the path as given when that can't be had.
-std::string fullPath(const std::string& path) {
-    if (path.empty()) {
-        return path;
-    }
-    std::error_code error;
-    const std::filesystem::path full = std::filesystem::absolute(path, error);
-    return error ? path : full.lexically_normal().string();
 }
 
 } // namespace
@@ -146,6 +143,7 @@ void InternalCoordinator::releaseInstance() {
     std::shared_ptr<IObject> internalCoordinator;
     internalCoordinator.swap(gInternalCoordinator);
     if (auto coordinator = std::dynamic_pointer_cast<InternalCoordinator>(internalCoordinator)) {
+        VERIFY(coordinator->destroySessionData());
         // The main task holds no reference back; dropping it here ends the cycle of the task tables.
         coordinator->fMainTask.reset();
         coordinator->fCoordinatorScope.reset();
@@ -164,13 +162,15 @@ bool InternalCoordinator::init(int argc, char** argv) {
         if (! mainThreadLock().owns_lock()) {
             mainThreadLock().lock();
         }
+        SANITY_CHECK(readNodeName());
         SANITY_CHECK(parseCommandLineArgs(argc, argv));
         SANITY_CHECK(registerObjectClasses());
         SANITY_CHECK(registerTests());
         ASSIGN_TYPED(InternalCoordinator, internalCoordinator, factory());
         SANITY_CHECK(internalCoordinator->createGUID());
-        ASSIGN(internalCoordinator->fMainTask, MainTaskTimesliceTask::factory());
         ASSIGN(internalCoordinator->fCoordinatorScope, OMScope::factory(nullptr, OMScope::READS_PARENT));
+        SANITY_CHECK(internalCoordinator->claimCoordinatorName());
+        ASSIGN(internalCoordinator->fMainTask, MainTaskTimesliceTask::factory());
         SANITY_CHECK(internalCoordinator->runStartupScript());
         retVal = true;
     } while (false);
@@ -275,7 +275,13 @@ bool InternalCoordinator::parseCommandLineArgs(int argc, char** argv) {
                 switches.erase(iter);
             }
         }
+        SANITY_CHECK(addConfigFiles(switches));
+        SANITY_CHECK(processConfigStack());
         LOG_TRACE_F("coordinator name: %s", fCoordinatorName.c_str());
+        for (const std::shared_ptr<IniFile>& configFile : fConfigStack.getFiles()) {
+            LOG_TRACE_F("config file: %s", configFile->getFilePath().c_str());
+        }
+        // Switches win over the configuration, but for the names, which it may still change.
         for (const auto& [letter, args] : switches) {
             if (findSwitch(letter) == nullptr) {
                 // The failed check goes to the log, which is off by default: say it where a person looks.
@@ -314,6 +320,15 @@ bool InternalCoordinator::processCmdLineArg(char switchLetter, const std::vector
 bool InternalCoordinator::applySwitch(char switchLetter, const std::string& argument) {
     bool retVal = true;
     switch (switchLetter) {
+    case 'c':
+        // Taken by parseCommandLineArgs itself.
+        break;
+    case 'D':
+        fDefaultCallBackID = argument;
+        break;
+    case 'd':
+        fUpdateSessionData = true;
+        break;
     case 'e':
         fConsoleEcho = static_cast<int32_t>(Utils::toInt64(argument));
         if (fConsoleEcho < 0 || fConsoleEcho > 3) {
@@ -321,10 +336,10 @@ bool InternalCoordinator::applySwitch(char switchLetter, const std::string& argu
         }
         break;
     case 'F':
-        fStartupScriptFilePath = fullPath(argument);
+        fStartupScriptFilePath = Dirs::fullPath(argument);
         break;
     case 'f':
-        fScriptFilePath = argument == "-" ? argument : fullPath(argument);
+        fScriptFilePath = argument == "-" ? argument : Dirs::fullPath(argument);
         break;
     case 'h':
         fputs(getUsageText().c_str(), stdout);
@@ -342,11 +357,20 @@ bool InternalCoordinator::applySwitch(char switchLetter, const std::string& argu
     case 'N':
         fCoordinatorShortName = argument;
         break;
+    case 'o':
+        fRemoteTimeoutMicroseconds = Utils::toInt64(argument) * Clock::MICROSECONDS_PER_MILLISECOND;
+        break;
     case 'P':
         fPromptContinuation = argument;
         break;
     case 'p':
         fPrompt = argument;
+        break;
+    case 'q':
+        fQSwitchArgument = argument;
+        break;
+    case 'r':
+        fRemoteCoordinatorURL = argument;
         break;
     case 's':
         fIsServer = true;
@@ -495,6 +519,9 @@ void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, 
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     while (! isTerminatingAndIdle()) {
         ++fRoundCounter;
+        if (fUpdateSessionData) {
+            VERIFY(writeSessionData());
+        }
         YIELDING_WAIT(task->yield());
     }
     success = true;

@@ -4,10 +4,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "BrwCoordinator/BrwConfigStack.h"
 #include "BrwCoordinator/BrwIdleBackoff.h"
+#include "BrwCoordinator/BrwPidFile.h"
 #include "BrwObject/BrwObject.h"
 
 namespace Brw {
@@ -26,8 +29,12 @@ public:
     static constexpr int BUILD = 1;
     static constexpr const char* MAIN_COORDINATOR_NAME = "net.braidwell.coordinator.main";
     static constexpr const char* REFLECTOR_COORDINATOR_NAME = "net.braidwell.coordinator.reflector";
+    // What every full coordinator name begins with.
+    static constexpr const char* COORDINATOR_NAME_PREFIX = "net.braidwell.coordinator.";
+    // The section of the settings in the configuration files.
+    static constexpr const char* CONFIG_SECTION = "config";
 
-    // Settings; the command line fills them. Times are microseconds.
+    // Settings; the configuration stack and the command line fill them. Times are microseconds.
     static inline std::string fCoordinatorName = MAIN_COORDINATOR_NAME; // this coordinator's full name
     static inline std::string fCoordinatorShortName;                    // short form of the name
     static inline bool fIsInteractive = false;                          // script from a person at a console
@@ -44,6 +51,32 @@ public:
     static inline std::string fPrompt;             // prompt of a console at nesting level 0
     static inline std::string fPromptContinuation; // prompt inside an unfinished statement
     static inline int32_t fConsoleEcho = 1;        // echo mode of the console stream, 0 to 3
+    static inline std::string fDefaultEngine;      // forwarded to the script side
+    static inline int64_t fQuitReflectorEventLoopForTestsMicroseconds = 7000000; // sibling self-tests
+    static inline int64_t fInterCoordinatorTestTimeMicroseconds = 7000000;     // self-tests between processes
+    static inline int64_t fInterCoordinatorPipeWaitTimeMicroseconds = 7000000; // wait for a sibling's pipe
+    static inline std::string fIpcMessageLogFile;                              // log of the messages
+    static inline bool fUpdateSessionData = false; // write the session file each turn
+    static inline bool fLogEntryExit = false;      // the Logger's; read from it before the configuration
+    static inline std::string fLogFile;            // the Logger's file, empty for standard error
+    static inline int32_t fLogLevel = 0;           // the Logger's level
+    static inline bool fLogIPC = false;            // log the messages between coordinators
+    static inline bool fLogScriptError = false;    // the Logger's script error flag
+    static inline bool fLogTiming = false;         // the Logger's timing lines
+    static inline int64_t fMaxWaitMessageDropMicroseconds = 300000000; // undeliverable sibling messages kept
+    static inline int64_t fMaxWaitPipeReappearMicroseconds = 1000000;  // a sibling's pipe may be gone
+    static inline std::string fRemoteCoordinatorURL;                   // run the script file there instead
+    static inline int64_t fRemoteTimeoutMicroseconds = 10000000;       // time-out of remote scripts
+    static inline int64_t fScanActiveSiblingsIntervalMicroseconds = 100000;    // sibling scans
+    static inline int64_t fScanConfigSiblingsIntervalMicroseconds = 5000000;   // sibling scans
+    static inline int64_t fScanNamedPipeSiblingsIntervalMicroseconds = 100000; // sibling scans
+    static inline std::string fScriptErrorLogFile;               // script errors, empty for standard error
+    static inline int64_t fSleepWaitForPipeMicroseconds = 10000; // retry interval of pipe writers
+    static inline int64_t fTestTimeoutMicroseconds = 10000000;   // self-tests
+    static inline std::string fTimingLogFile;                    // the Logger's timing file
+    static inline std::string fDefaultCallBackID = "net.braidwell.callbackid.commandline.default"; // -D
+    static inline std::string fQSwitchArgument; // -q: kept for command lines that pass it, read by nothing
+    static inline std::string fConfigFilePath;  // the main configuration file; empty: SysConfig/config.ini
 
     ~InternalCoordinator() override;
 
@@ -66,6 +99,44 @@ public:
                                                 const std::vector<std::string>& switchArgs);
     // The switches, one line each, as -h prints them.
     static std::string getUsageText();
+
+    // ---- configuration (BrwInternalCoordinatorConfig.cpp) ----
+    // Reads the tables and every setting from the configuration stack, the current values as defaults,
+    // and hands the log settings to the Logger.
+    [[nodiscard]] static bool processConfigStack();
+    // A value of the stack for this coordinator: see ConfigStack::getValue.
+    static std::string getConfigValue(const std::string& section, const std::string& key,
+                                      const std::string& defaultValue);
+    static ConfigStack& getConfigStack() { return fConfigStack; }
+    // The tables of the sections urlMap, coordinatorMap (keys lower-cased) and hosts.
+    static const std::map<std::string, std::string>& getUrlMap() { return fUrlMap; }
+    static const std::map<std::string, std::string>& getCoordinatorNameMap() { return fCoordinatorNameMap; }
+    static const std::map<std::string, std::string>& getHostMap() { return fHostMap; }
+    static const std::set<std::string>& getLocalHostNames() { return fLocalHostNames; }
+    [[nodiscard]] static bool registerLocalHostName(const std::string& hostName);
+    [[nodiscard]] static bool registerHostName(const std::string& hostName, const std::string& address);
+    // A name through the URL map, with the coordinator prefix added when it lacks it.
+    static std::string mapCoordinatorName(const std::string& name);
+    // "node." of BRAIDWELL_CONFIG_NODE_NAME, or empty: names the folders of siblings on other nodes.
+    static const std::string& getNodePrefix() { return fNodePrefix; }
+
+    // ---- the program's files (BrwInternalCoordinatorFiles.cpp) ----
+    // The folders below the user's data folder, made on first request; "" when one can't be made.
+    static const std::string& getPipeFolderPath();
+    static const std::string& getSessionDataFolderPath();
+    static const std::string& getSysConfigFolderPath();
+    // The files of this coordinator in the session folder.
+    static std::string getPidFilePath();
+    static std::string getSessionDataPath();
+    // The process identifier another process of this name published, 0 when none runs.
+    static uint32_t readPublishedProcessId();
+    // Publishes this process's identifier and holds the lock of the file; false when another process of
+    // this name holds it.
+    [[nodiscard]] bool publishProcessId();
+    // Writes the coordinator's variables to the session file when they changed since the last write.
+    [[nodiscard]] bool writeSessionData();
+    // Removes the session file and the published identifier, when they are this process's.
+    [[nodiscard]] bool destroySessionData();
 
     static const std::string& getCoordinatorName() { return fCoordinatorName; }
     static int64_t getEventLoopMicroseconds() { return fEventLoopMicroseconds; }
@@ -121,6 +192,14 @@ private:
     [[nodiscard]] static bool applySwitch(char switchLetter, const std::string& argument);
     // Runs the startup script of -F to its end in the coordinator scope.
     [[nodiscard]] bool runStartupScript();
+    // The checks and steps of init that make this process the one coordinator of its name.
+    [[nodiscard]] bool claimCoordinatorName();
+    // Takes BRAIDWELL_CONFIG_NODE_NAME.
+    [[nodiscard]] static bool readNodeName();
+    // Adds the main configuration file and the one of -c to the stack.
+    [[nodiscard]] static bool addConfigFiles(std::map<char, std::vector<std::string>>& switches);
+    // The path of the folder `name` below the program's data folder; "" without a user data folder.
+    static std::string programFolderPath(const char* name);
 
     bool fIsTerminating = false;                 // set once by terminate(); never reset
     std::shared_ptr<Task> fMainTask;             // runs timeslice_yielding
@@ -129,8 +208,19 @@ private:
     uint64_t fRoundCounter = 0;                  // rounds of timeslice_yielding
     std::shared_ptr<InputStream> fInputStream;   // made by inputStreamFactory
     std::shared_ptr<OutputStream> fOutputStream; // made by outputStreamFactory
+    PidFile fPidFile;                            // the published identifier and its lock
+    std::string fLastSessionData;                // the text last written to the session file
 
-    static inline bool fIsVersionRequested = false; // -v: stop right after start-up
+    static inline bool fIsVersionRequested = false;                       // -v: stop right after start-up
+    static inline ConfigStack fConfigStack;                               // the configuration files
+    static inline std::map<std::string, std::string> fUrlMap;             // section urlMap
+    static inline std::map<std::string, std::string> fCoordinatorNameMap; // section coordinatorMap
+    static inline std::map<std::string, std::string> fHostMap;            // section hosts
+    static inline std::set<std::string> fLocalHostNames;                  // names of this machine
+    static inline std::string fNodePrefix;                                // see getNodePrefix
+    static inline std::string fPipeFolderPath;                            // see getPipeFolderPath
+    static inline std::string fSessionDataFolderPath;                     // see getSessionDataFolderPath
+    static inline std::string fSysConfigFolderPath;                       // see getSysConfigFolderPath
 };
 
 } // namespace Brw

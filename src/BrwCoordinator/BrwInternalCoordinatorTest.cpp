@@ -120,6 +120,14 @@ bool InternalCoordinatorTest::testCommandLine() {
         const int32_t savedEcho = InternalCoordinator::fConsoleEcho;
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('e', {"4294967297"}));
         CHECK_EQUAL(InternalCoordinator::fConsoleEcho, savedEcho);
+        // An echo mode above 3 is 0.
+        SANITY_CHECK(InternalCoordinator::processCmdLineArg('e', {"7"}));
+        CHECK_EQUAL(InternalCoordinator::fConsoleEcho, 0);
+        InternalCoordinator::fConsoleEcho = savedEcho;
+        CHECK_EQUAL(InternalCoordinator::mapCoordinatorName("reflector"),
+                    "net.braidwell.coordinator.reflector");
+        CHECK_EQUAL(InternalCoordinator::mapCoordinatorName("net.braidwell.coordinator.x"),
+                    "net.braidwell.coordinator.x");
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('N', {}));
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('y', {}));
         // A stray word behind a switch voids its argument, so the switch is refused and changes nothing.

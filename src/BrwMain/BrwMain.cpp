@@ -1,12 +1,15 @@
 #include "BrwMain/BrwMain.h"
 
+#include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "BrwCoordinator/BrwInternalCoordinator.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwClassTest.h"
 #include "BrwMain/BrwTest.h"
+#include "BrwParser/BrwFiles/BrwOpenedFile.h"
 #include "BrwParser/BrwIOStreamPrompted.h"
 #include "BrwParser/BrwInputStreamStdIn.h"
 #include "BrwParser/BrwOMScope.h"
@@ -22,15 +25,32 @@ namespace Brw {
 
 namespace {
 
+// Runs every registered test and says at the end, on standard output, how many passed.
 bool runSelfTests() {
     LOG_NOTE("running tests");
-    bool allOK = Test::runAll();
+    std::vector<std::string> failedTestNames;
+    const bool allOK = Test::runAll(&failedTestNames);
     do {
         // Reported like any failed check; start-up goes on all the same.
         SANITY_CHECK(allOK);
     } while (false);
+    for (const std::string& testName : failedTestNames) {
+        fprintf(stderr, "test failed %s\n", testName.c_str());
+    }
+    const size_t testCount = Test::getTests().size();
+    printf("self-tests: %zu passed, %zu failed\n", testCount - failedTestNames.size(),
+           failedTestNames.size());
+    fflush(stdout);
     LOG_NOTE("tests completed");
     return allOK;
+}
+
+// The script file of -f runs on another coordinator, given by -r.
+// NOTE: coordinators don't exchange scripts yet: until they do, this says so and runs nothing.
+bool runRemoteScript(const std::string& scriptFilePath, const std::string& remoteCoordinatorURL) {
+    fprintf(stderr, "running %s on another coordinator (%s) is not available yet\n", scriptFilePath.c_str(),
+            remoteCoordinatorURL.c_str());
+    return true;
 }
 
 } // namespace
@@ -47,14 +67,25 @@ int main(int argc, char** argv) {
         if (InternalCoordinator::fRunTests) {
             runSelfTests();
         }
+        const std::string& scriptFilePath = InternalCoordinator::fScriptFilePath;
+        const std::string& remoteCoordinatorURL = InternalCoordinator::fRemoteCoordinatorURL;
+        if (! remoteCoordinatorURL.empty() && (scriptFilePath.empty() || scriptFilePath == "-")) {
+            LOG_ERROR("remoteCoordinatorURL without valid scriptFilePath");
+            fputs("remoteCoordinatorURL without valid scriptFilePath\n", stderr);
+            internalCoordinator.reset();
+            tearDown();
+            break;
+        }
         const std::shared_ptr<OMScope>& coordinatorScope = internalCoordinator->getCoordinatorScope();
         SANITY_CHECK(coordinatorScope);
-        if (InternalCoordinator::fScriptFilePath == "-") {
+        if (! scriptFilePath.empty() && ! remoteCoordinatorURL.empty()) {
+            SANITY_CHECK(runRemoteScript(scriptFilePath, remoteCoordinatorURL));
+        } else if (scriptFilePath == "-") {
             InternalCoordinator::fReadStdIn = true;
-        } else if (! InternalCoordinator::fScriptFilePath.empty()) {
+        } else if (! scriptFilePath.empty()) {
             // Run to its end before any loop; the loop chosen next still runs afterwards.
-            EvalScriptTask::call(OMStored::undefinedFactory(), coordinatorScope,
-                                 InternalCoordinator::fScriptFilePath, UNWRAP_RETURN_VALUE);
+            EvalScriptTask::call(OMStored::undefinedFactory(), coordinatorScope, scriptFilePath,
+                                 UNWRAP_RETURN_VALUE);
         }
         if (InternalCoordinator::fReadStdIn) {
             SANITY_CHECK(stdInLoop());
@@ -233,6 +264,7 @@ void tearDown() {
     Test::deregisterAll();
     ClassTest::deregisterAll();
     Object::deleteTables();
+    OpenedFile::closeAll();
 }
 
 bool verifyNoObjectLeft() {

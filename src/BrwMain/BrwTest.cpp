@@ -67,10 +67,14 @@ std::vector<std::shared_ptr<Test>> Test::getTests() {
     return tests;
 }
 
-bool Test::runAll() {
+bool Test::runAll(std::vector<std::string>* failedTestNames) {
     bool allOK = true;
     for (const auto& test : getTests()) {
-        allOK = test->run() && allOK;
+        const bool isPassed = test->run();
+        if (! isPassed && failedTestNames != nullptr) {
+            failedTestNames->push_back(test->getTestName());
+        }
+        allOK = isPassed && allOK;
     }
     return allOK;
 }
@@ -89,6 +93,16 @@ std::string Test::makeTemporaryFile(const std::string& stem) {
     }
     close(fd);
     return path;
+}
+
+std::string Test::makeTemporaryFolder(const std::string& stem) {
+    std::error_code error;
+    std::string path = (std::filesystem::temp_directory_path(error) / (stem + "-XXXXXX")).string();
+    if (error || mkdtemp(path.data()) == nullptr) {
+        LOG_ERROR("cannot make a temporary folder for " + stem);
+        return std::string();
+    }
+    return path + "/";
 }
 
 } // namespace Brw

@@ -37,13 +37,17 @@ public:
     static std::shared_ptr<Test> getTest(const std::string& testName);
     // All registered tests in name order.
     static std::vector<std::shared_ptr<Test>> getTests();
-    // Runs every test in name order; false when any failed, and all of them run regardless.
-    static bool runAll();
+    // Runs every test in name order; false when any failed, and all of them run regardless. The names of
+    // the failed ones go to `failedTestNames` when it is given.
+    static bool runAll(std::vector<std::string>* failedTestNames = nullptr);
     // Empties the registry: part of the process's teardown.
     static void deregisterAll();
     // A new empty file of a unique name in the temporary folder, for a test to write and remove; empty
     // when none could be made.
     static std::string makeTemporaryFile(const std::string& stem);
+    // A new empty folder of a unique name in the temporary folder, ending in the separator; empty when
+    // none could be made.
+    static std::string makeTemporaryFolder(const std::string& stem);
 
     // The text of a failed comparison in a test, with both values where they print.
     template <class Actual, class Expected>

@@ -2,7 +2,9 @@
 
 #include <memory>
 
+#include "BrwCoordinator/BrwConfigStackTest.h"
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
+#include "BrwData/BrwIniTest.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwLoggerTest.h"
 #include "BrwMain/BrwTest.h"
@@ -10,9 +12,11 @@
 #include "BrwParser/BrwAccessorTest.h"
 #include "BrwParser/BrwBuiltinsTest.h"
 #include "BrwParser/BrwExpressionTest.h"
+#include "BrwParser/BrwFiles/BrwFileBuiltinsTest.h"
 #include "BrwParser/BrwLiteralsTest.h"
 #include "BrwParser/BrwOMQuickValueTest.h"
 #include "BrwParser/BrwOMStoredTest.h"
+#include "BrwParser/BrwOMTest.h"
 #include "BrwParser/BrwOperatorsTest.h"
 #include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwScriptLimitsTest.h"
@@ -21,6 +25,8 @@
 #include "BrwTask/BrwParseScriptTaskTest.h"
 #include "BrwTask/BrwTaskTest.h"
 #include "BrwTask/BrwYieldingTest.h"
+#include "BrwUtils/BrwDirsTest.h"
+#include "BrwUtils/BrwProcessTest.h"
 #include "BrwUtils/BrwUtilsTest.h"
 
 namespace Brw {
@@ -48,6 +54,14 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ScriptLimitsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<OMTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<DirsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<IniTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ConfigStackTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<PidFileTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ProcessTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<FileBuiltinsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<OMFileSystemTest>()));
         retVal = true;
     } while (false);
     return retVal;

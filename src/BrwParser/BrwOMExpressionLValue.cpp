@@ -56,6 +56,14 @@ size_t OMExpressionLValueResolution::getArgumentCount() const {
     return written + (fThisNode && ! fThisIsNoArgument ? 1 : 0);
 }
 
+bool OMExpressionLValueResolution::hasArguments(size_t needed) const {
+    if (getArgumentCount() >= needed) {
+        return true;
+    }
+    ScriptErrorLog::report("insufficient arguments");
+    return false;
+}
+
 bool OMExpressionLValueResolution::setThisNode(const NodePtr& thisNode) {
     bool retVal = false;
     do {

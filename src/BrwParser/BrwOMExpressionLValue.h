@@ -17,6 +17,8 @@ public:
     // Argument `index`, the parent first; a new Undefined node past the end.
     virtual std::shared_ptr<IOMNode> getArgument(size_t index) const;
     virtual size_t getArgumentCount() const;
+    // False, with the script error "insufficient arguments" reported, when there are fewer than `needed`.
+    [[nodiscard]] bool hasArguments(size_t needed) const;
     virtual std::shared_ptr<IOMNode> getThisNode() const { return fThisNode; }
     virtual void setThisIsNoArgument(bool thisIsNoArgument) { fThisIsNoArgument = thisIsNoArgument; }
     [[nodiscard]] virtual bool setThisNode(const std::shared_ptr<IOMNode>& thisNode);
@@ -264,6 +266,48 @@ public:
     static std::shared_ptr<IOMNode> ftn_toUpperCase(AccessType accessType,
                                                     const std::shared_ptr<OMScope>& scope,
                                                     OMExpressionLValueResolution& resolution);
+
+    // ---- Built-ins on files and paths (BrwFiles/BrwOMExpressionLValueFiles.cpp) ----
+    // A relative path is taken against the folder of the running script, or the current folder.
+
+    // Enters them into the dispatch table; registerBuiltins calls it.
+    static void registerFileBuiltins();
+    // fileOpen(path, mode): the number of the opened file; the first letter of mode is a, r or w.
+    static std::shared_ptr<IOMNode> ftn_fileOpen(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                 OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_fileClose(AccessType accessType,
+                                                  const std::shared_ptr<OMScope>& scope,
+                                                  OMExpressionLValueResolution& resolution);
+    // fileRead(id, limit): to the end, `limit` bytes, or up to and with the text `limit`.
+    static std::shared_ptr<IOMNode> ftn_fileRead(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                 OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_fileWrite(AccessType accessType,
+                                                  const std::shared_ptr<OMScope>& scope,
+                                                  OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_fileExists(AccessType accessType,
+                                                   const std::shared_ptr<OMScope>& scope,
+                                                   OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_dirExists(AccessType accessType,
+                                                  const std::shared_ptr<OMScope>& scope,
+                                                  OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_readFile(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                 OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_writeFile(AccessType accessType,
+                                                  const std::shared_ptr<OMScope>& scope,
+                                                  OMExpressionLValueResolution& resolution);
+    // fileSystem(path): the path as a tree of maps, read from the disk as far as it is walked.
+    static std::shared_ptr<IOMNode> ftn_fileSystem(AccessType accessType,
+                                                   const std::shared_ptr<OMScope>& scope,
+                                                   OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_parentPath(AccessType accessType,
+                                                   const std::shared_ptr<OMScope>& scope,
+                                                   OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_pathSegmentFromLeft(AccessType accessType,
+                                                            const std::shared_ptr<OMScope>& scope,
+                                                            OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_pathSegmentFromRight(AccessType accessType,
+                                                             const std::shared_ptr<OMScope>& scope,
+                                                             OMExpressionLValueResolution& resolution);
 
 protected:
     std::string getMemberName() const override;

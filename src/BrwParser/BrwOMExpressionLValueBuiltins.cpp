@@ -22,11 +22,7 @@ using ScopePtr = std::shared_ptr<OMScope>;
 
 // False, with the script error reported, when the call has fewer than `needed` arguments.
 [[nodiscard]] bool hasArguments(const OMExpressionLValueResolution& resolution, size_t needed) {
-    if (resolution.getArgumentCount() >= needed) {
-        return true;
-    }
-    ScriptErrorLog::report("insufficient arguments");
-    return false;
+    return resolution.hasArguments(needed);
 }
 
 // A position or length from a script number: negative and NaN are 0, too large is the largest.
@@ -129,6 +125,7 @@ void OMExpressionLValueToken::registerBuiltins() {
     registerBuiltin(_toLowerCase, ftn_toLowerCase, nullptr);
     registerBuiltin(_toString, ftn_toString, nullptr);
     registerBuiltin(_toUpperCase, ftn_toUpperCase, nullptr);
+    registerFileBuiltins();
 }
 
 // ---- numbers ----

@@ -356,6 +356,7 @@ bool OMStored::initTokens() {
         SANITY_CHECK(defineToken(Token::_fileExists, "fileExists"));
         SANITY_CHECK(defineToken(Token::_fileOpen, "fileOpen"));
         SANITY_CHECK(defineToken(Token::_fileRead, "fileRead"));
+        SANITY_CHECK(defineToken(Token::_fileSystem, "fileSystem"));
         SANITY_CHECK(defineToken(Token::_fileWrite, "fileWrite"));
         SANITY_CHECK(defineToken(Token::_getEnv, "getEnv"));
         SANITY_CHECK(defineToken(Token::_indexOf, "indexOf"));

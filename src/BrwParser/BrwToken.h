@@ -6,7 +6,7 @@ namespace Brw {
 
 // The reserved words and built-in function names of the script language, numbered in case-insensitive
 // alphabetical order. The numbers are stored in expression trees, so they never change: a new word takes
-// a free number, never a neighbour's. _NO_TOKEN is what a lookup gives for a plain name; 33 and 57 are free.
+// a free number, never a neighbour's. _NO_TOKEN is what a lookup gives for a plain name; 57 is free.
 enum Token : int32_t {
     _abs = 0,
     _break = 1,
@@ -41,6 +41,7 @@ enum Token : int32_t {
     _null = 30,
     _output = 31,
     _parentPath = 32,
+    _fileSystem = 33,
     _parseFloat = 34,
     _parseInt = 35,
     _parseScript = 36,
