@@ -199,22 +199,12 @@ bool InternalCoordinator::registerTests() {
 }
 
 bool InternalCoordinator::registerDeregisterClass(RegisterDeregister registerDeregister) {
-    bool retVal = false;
-    do {
-        // The check texts keep their established spacing.
-        // clang-format off
-        if (registerDeregister == REGISTER) {
-            SANITY_CHECK(Object::registerFactory( TYPENAME, InternalCoordinator::factory));
-        } else if (registerDeregister == DEREGISTER) {
-            SANITY_CHECK(Object::deregisterFactory( TYPENAME));
-            // clang-format on
-        } else {
-            LOG_ERROR("no registerDeregister");
-            break;
-        }
-        retVal = true;
-    } while (false);
-    return retVal;
+    // The check texts keep their established spacing.
+    // clang-format off
+    return Object::registerDeregister(registerDeregister,
+        [] { return SANITY_CHECKED(Object::registerFactory( TYPENAME, InternalCoordinator::factory)); },
+        [] { return SANITY_CHECKED(Object::deregisterFactory( TYPENAME)); });
+    // clang-format on
 }
 
 bool InternalCoordinator::parseCommandLineArgs(int argc, char** argv) {

@@ -19,6 +19,10 @@ void reportNoObjectFromFactory() {
     LOG_ERROR("no object");
 }
 
+void Object::reportNoRegisterDeregister() {
+    LOG_ERROR("no registerDeregister");
+}
+
 namespace {
 
 template <class Map, class Function>

@@ -64,6 +64,22 @@ public:
     static ByNameFactoryWrapperClass getByNameFactory(const std::string& typeName);
     static std::vector<std::string> getRegisteredTypeNames();
 
+    // The body of every class's registerDeregisterClass: `registerCall` for REGISTER and `deregisterCall`
+    // for DEREGISTER, each a checked call of one table; any other value reports "no registerDeregister".
+    template <class RegisterCall, class DeregisterCall>
+    [[nodiscard]] static bool registerDeregister(RegisterDeregister registerDeregister,
+                                                 RegisterCall registerCall, DeregisterCall deregisterCall) {
+        bool retVal = false;
+        if (registerDeregister == REGISTER) {
+            retVal = registerCall();
+        } else if (registerDeregister == DEREGISTER) {
+            retVal = deregisterCall();
+        } else {
+            reportNoRegisterDeregister();
+        }
+        return retVal;
+    }
+
     // Deletes the six tables: part of the process's teardown, after which no object may be registered.
     static void deleteTables();
 
@@ -93,6 +109,8 @@ protected:
     Object() = default;
 
 private:
+    static void reportNoRegisterDeregister(); // logs "no registerDeregister"
+
     mutable GUIDClass* fGUID = nullptr; // interned, not owned; null until asked for
     uint64_t fID = 0;                   // 0: not registered
 
