@@ -16,6 +16,7 @@
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
 #include "BrwParser/BrwOutputStreamStdOut.h"
+#include "BrwSerializer/BrwSimpleSerializer.h"
 #include "BrwTask/BrwCallTask.h"
 #include "BrwTask/BrwParseAndEvalStreamTask.h"
 #include "BrwTask/BrwYielding.h"
@@ -33,6 +34,7 @@ using RegisterDeregisterFunction = bool (*)(RegisterDeregister);
 // The runtime classes, in their fixed order.
 const RegisterDeregisterFunction kObjectClasses[] = {
     InternalCoordinator::registerDeregisterClass,
+    SimpleSerializer::registerDeregisterClass,
 };
 
 bool walkObjectClasses(RegisterDeregister registerDeregister) {

@@ -16,6 +16,7 @@
 #include "BrwParser/BrwOperatorsTest.h"
 #include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwStreamTest.h"
+#include "BrwSerializer/BrwSerializerTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
 #include "BrwTask/BrwParseScriptTaskTest.h"
 #include "BrwTask/BrwTaskTest.h"
@@ -46,6 +47,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<BuiltinsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<SerializerTest>()));
         retVal = true;
     } while (false);
     return retVal;
