@@ -9,6 +9,9 @@
 #include <thread>
 
 #include "BrwCoordinator/BrwMainTaskTimesliceTask.h"
+#include "BrwData/BrwDataNull.h"
+#include "BrwData/BrwDataOM.h"
+#include "BrwData/BrwDataString.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwTestRegistry.h"
 #include "BrwParser/BrwInputStreamConsole.h"
@@ -33,6 +36,9 @@ using RegisterDeregisterFunction = bool (*)(RegisterDeregister);
 
 // The runtime classes, in their fixed order.
 const RegisterDeregisterFunction kObjectClasses[] = {
+    DataNull::registerDeregisterClass,
+    DataString::registerDeregisterClass,
+    DataOM::registerDeregisterClass,
     InternalCoordinator::registerDeregisterClass,
     SimpleSerializer::registerDeregisterClass,
 };

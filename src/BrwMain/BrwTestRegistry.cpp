@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
+#include "BrwData/BrwDataTest.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwLoggerTest.h"
 #include "BrwMain/BrwTest.h"
@@ -48,6 +49,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<SerializerTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<DataTest>()));
         retVal = true;
     } while (false);
     return retVal;
