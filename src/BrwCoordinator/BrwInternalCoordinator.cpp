@@ -12,6 +12,7 @@
 #include "BrwData/BrwDataNull.h"
 #include "BrwData/BrwDataOM.h"
 #include "BrwData/BrwDataString.h"
+#include "BrwEvent/BrwEvent.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwTestRegistry.h"
 #include "BrwParser/BrwInputStreamConsole.h"
@@ -39,6 +40,7 @@ const RegisterDeregisterFunction kObjectClasses[] = {
     DataNull::registerDeregisterClass,
     DataString::registerDeregisterClass,
     DataOM::registerDeregisterClass,
+    Event::registerDeregisterClass,
     InternalCoordinator::registerDeregisterClass,
     SimpleSerializer::registerDeregisterClass,
 };

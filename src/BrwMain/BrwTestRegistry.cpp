@@ -4,6 +4,7 @@
 
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
 #include "BrwData/BrwDataTest.h"
+#include "BrwEvent/BrwEventTest.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwLoggerTest.h"
 #include "BrwMain/BrwTest.h"
@@ -50,6 +51,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<SerializerTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<DataTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<EventTest>()));
         retVal = true;
     } while (false);
     return retVal;
