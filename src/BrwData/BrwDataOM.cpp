@@ -41,7 +41,7 @@ bool DataOM::serializeDeserializeContent(SerializeDeserialize mode,
     do {
         ASSIGN_TYPED(ISerializer, serializer, serializerObj);
         if (mode == SerializeDeserialize::SERIALIZE) {
-            SANITY_CHECK(serializer->putString(fOMNode ? OMAccessor(fOMNode).stringify() : NULL_TEXT));
+            SANITY_CHECK(serializer->putString(getContentText()));
         } else if (mode == SerializeDeserialize::DESERIALIZE) {
             std::string jsonString;
             SANITY_CHECK(readString(serializer, jsonString));
@@ -58,18 +58,24 @@ bool DataOM::serializeDeserializeContent(SerializeDeserialize mode,
 }
 
 uint64_t DataOM::hash() const {
-    return FNV1aHash::hashBytes(TYPENAME) ^ OMAccessor(fOMNode).hash();
+    return FNV1aHash::hashBytes(TYPENAME) ^ FNV1aHash::hashBytes(getContentText());
 }
 
+// NOTE: not the script's ==, which is loose and finds NaN unequal to itself: what counts for data is
+// what arrives.
 bool DataOM::operator==(const IObject* other) const {
     const auto* otherOM = dynamic_cast<const DataOM*>(other);
-    return otherOM != nullptr && OMAccessor(fOMNode) == OMAccessor(otherOM->fOMNode);
+    return otherOM != nullptr && (otherOM == this || otherOM->getContentText() == getContentText());
 }
 
 std::string DataOM::toString() const {
     const std::string valueText =
         fOMNode ? OMAccessor(fOMNode).toString().substr(0, TO_STRING_LENGTH) : "nullptr";
     return Object::toString() + " OM = " + valueText;
+}
+
+std::string DataOM::getContentText() const {
+    return fOMNode ? OMAccessor(fOMNode).stringify() : NULL_TEXT;
 }
 
 bool DataOM::parseNode(const std::string& jsonString, std::shared_ptr<IOMNode>& node) {

@@ -9,7 +9,9 @@
 namespace Brw {
 
 // A script value as a data object: it travels as its stringified text and is parsed back on arrival.
-// Equal when the values are deeply equal.
+// Two are equal when they travel as the same text. The text forms are not exact (floats keep six
+// decimals, strings go out unescaped), so a value may arrive changed, and a string with a double quote in
+// it doesn't parse back at all.
 class DataOM : public Data_abstract {
 public:
     static constexpr const char* TYPENAME = "DataOM";
@@ -33,6 +35,8 @@ public:
     bool operator==(const IObject* other) const override;
     // The object's text, then " OM = " and the start of the value's.
     std::string toString() const override;
+    // The line that the value travels as, unescaped.
+    std::string getContentText() const;
 
 protected:
     explicit DataOM(std::shared_ptr<IOMNode> node) : fOMNode(std::move(node)) {}

@@ -102,6 +102,12 @@ bool DataTest::testDataOMRoundTrip() {
             DataOM::factoryFromJSONStr("[1, 2.5, \"line\\nfeed\", {\"k\": [true, null]}, -7]");
         SANITY_CHECK(nested && isEqualData(roundTrip(nested), nested));
         SANITY_CHECK(*nested != original.get());
+        // Equal when they travel as the same text: NaN equals itself, and 1 is not "1", which the script's
+        // loose == would say.
+        const std::shared_ptr<IObject> notANumber = DataOM::factoryFromJSONStr("NaN");
+        SANITY_CHECK(notANumber && *notANumber == notANumber.get() &&
+                     isEqualData(roundTrip(notANumber), notANumber));
+        SANITY_CHECK(*DataOM::factoryFromJSONStr("1") != DataOM::factoryFromJSONStr("\"1\"").get());
 
         // Without a node it writes "null", which comes back as a node of kind Null.
         const std::shared_ptr<IObject> empty = DataOM::factoryFromOMNode(nullptr);
