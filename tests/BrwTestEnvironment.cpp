@@ -45,6 +45,7 @@ void isolateHome() {
     setFolder("XDG_STATE_HOME", gHome + "/.local/state");
     setFolder("XDG_CACHE_HOME", gHome + "/.cache");
     setFolder("XDG_RUNTIME_DIR", gHome + "/.run");
+    setFolder("TMPDIR", gHome + "/tmp");
     std::atexit(removeHome);
 }
 
