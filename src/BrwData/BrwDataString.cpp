@@ -31,7 +31,7 @@ bool DataString::serializeDeserializeContent(SerializeDeserialize mode,
             SANITY_CHECK(serializer->putString(fString));
         } else if (mode == SerializeDeserialize::DESERIALIZE) {
             SANITY_CHECK(readString(serializer, fString));
-            fHash = 0;
+            fHash.reset();
         } else {
             LOG_ERROR("no serializeDeserialize");
             break;
@@ -42,11 +42,7 @@ bool DataString::serializeDeserializeContent(SerializeDeserialize mode,
 }
 
 uint64_t DataString::hash() const {
-    // A hash that comes out as 0 is computed again on the next request.
-    if (fHash == 0) {
-        fHash = FNV1aHash::hashBytes(TYPENAME) ^ FNV1aHash::hashBytes(fString);
-    }
-    return fHash;
+    return fHash.get([this] { return FNV1aHash::hashBytes(TYPENAME) ^ FNV1aHash::hashBytes(fString); });
 }
 
 bool DataString::operator==(const IObject* other) const {

@@ -6,6 +6,7 @@
 
 #include "BrwData/BrwData_abstract.h"
 #include "BrwData/BrwIDataString.h"
+#include "BrwUtils/BrwHash.h"
 
 namespace Brw {
 
@@ -32,8 +33,8 @@ protected:
     friend class Object;
 
 private:
-    std::string fString;        // the text
-    mutable uint64_t fHash = 0; // 0: not computed yet
+    std::string fString; // the text
+    CachedHash fHash;    // of the type name and the text
 };
 
 } // namespace Brw

@@ -73,7 +73,7 @@ bool Event::serializeDeserializeContent(SerializeDeserialize mode,
             // What can't be written back is no payload: only data travel.
             SANITY_CHECK(! payloadObj || std::dynamic_pointer_cast<IData>(payloadObj));
             fPayloadObj = payloadObj;
-            fHash = 0;
+            fHash.reset();
         } else {
             LOG_ERROR("no serializeDeserialize");
             break;
@@ -84,11 +84,9 @@ bool Event::serializeDeserializeContent(SerializeDeserialize mode,
 }
 
 uint64_t Event::hash() const {
-    // A hash that comes out as 0 is computed again on the next request.
-    if (fHash == 0) {
-        fHash = FNV1aHash::hashBytes(TYPENAME) ^ FNV1aHash::hashBytes(fName) ^ payloadHash(fPayloadObj);
-    }
-    return fHash;
+    return fHash.get([this] {
+        return FNV1aHash::hashBytes(TYPENAME) ^ FNV1aHash::hashBytes(fName) ^ payloadHash(fPayloadObj);
+    });
 }
 
 bool Event::operator==(const IObject* other) const {

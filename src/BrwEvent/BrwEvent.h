@@ -6,6 +6,7 @@
 
 #include "BrwData/BrwData_abstract.h"
 #include "BrwEvent/BrwIEvent.h"
+#include "BrwUtils/BrwHash.h"
 
 namespace Brw {
 
@@ -47,7 +48,7 @@ private:
     std::shared_ptr<IObject> fPayloadObj; // what the event is about; may be null
     IEventSource* fEventSource = nullptr; // the source while it fires the event; not owned
     bool fIsRootListenerCalled = false;   // EventListener::handleEvent was reached for this listener
-    mutable uint64_t fHash = 0;           // 0: not computed yet
+    CachedHash fHash;                     // of the type name, the name and the payload
 };
 
 } // namespace Brw

@@ -22,4 +22,23 @@ struct FNV1aHash {
     size_t operator()(const std::string& str) const { return static_cast<size_t>(hashBytes(str)); }
 };
 
+// A hash computed on first request and kept, for values that don't change once made.
+class CachedHash {
+public:
+    // Not computed yet: a hash that comes out as this is simply computed again.
+    static constexpr uint64_t NOT_COMPUTED = 0;
+
+    template <class Compute>
+    uint64_t get(Compute compute) const {
+        if (fHash == NOT_COMPUTED) {
+            fHash = compute();
+        }
+        return fHash;
+    }
+    void reset() { fHash = NOT_COMPUTED; }
+
+private:
+    mutable uint64_t fHash = NOT_COMPUTED; // the hash, or NOT_COMPUTED
+};
+
 } // namespace Brw
