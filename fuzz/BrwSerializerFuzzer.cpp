@@ -28,22 +28,31 @@ enum class ReadCall { IS_STRING_AVAILABLE, GET_STRING, GET_GUID, AT_END, COUNT }
 class LineModel {
 public:
     void arrive(const std::string& bytes) { fArrived += bytes; }
-    bool hasLine() const { return fArrived.find('\n', fTaken) != std::string::npos; }
+    bool hasLine() { return findLineEnd() != std::string::npos; }
     bool isAllTaken() const { return fTaken == fArrived.size(); }
     // The next complete line, taken; "" when there is none.
     std::string takeLine() {
-        const size_t lineEnd = fArrived.find('\n', fTaken);
+        const size_t lineEnd = findLineEnd();
         if (lineEnd == std::string::npos) {
             return "";
         }
         std::string line = fArrived.substr(fTaken, lineEnd - fTaken);
         fTaken = lineEnd + 1;
+        fSearched = fTaken;
         return line;
     }
 
 private:
+    // Where the next line ends; each byte is searched once, however often this is asked.
+    size_t findLineEnd() {
+        const size_t lineEnd = fArrived.find('\n', fSearched);
+        fSearched = lineEnd == std::string::npos ? fArrived.size() : lineEnd;
+        return lineEnd;
+    }
+
     std::string fArrived; // every byte written to the stream so far
     size_t fTaken = 0;    // bytes of fArrived behind the last line taken
+    size_t fSearched = 0; // bytes of fArrived known to hold no line feed of the next line
 };
 
 std::shared_ptr<Brw::SimpleSerializer> makeSerializer() {
