@@ -80,28 +80,21 @@ bool EventTest::testFiringReachesListeners() {
     do {
         std::shared_ptr<SampleEventSource> source = SampleEventSource::factory();
         std::shared_ptr<IEvent> event = makeEvent("DUMMY", DataString::factoryFromString("payload"));
-        SANITY_CHECK(source && event);
-        SANITY_CHECK(source->fireEvent(event));
+        SANITY_CHECK(source && event && source->fireEvent(event));
 
         auto listener = std::make_shared<RecordingListener>();
         SANITY_CHECK(source->attachDetachEventHandler(AttachDetach::ATTACH, "DUMMY", "first", listener));
         SANITY_CHECK(source->attachDetachEventHandler(AttachDetach::ATTACH, "DUMMY", "second", listener));
         SANITY_CHECK(source->attachDetachEventHandler(AttachDetach::ATTACH, "OTHER", "first", listener));
         SANITY_CHECK(source->fireEvent(event));
-        CHECK_EQUAL(listener->fCalls.size(), 2u);
-        SANITY_CHECK(std::is_permutation(listener->fCalls.begin(), listener->fCalls.end(),
-                                         std::vector<std::string>({"first:DUMMY", "second:DUMMY"}).begin()));
+        std::sort(listener->fCalls.begin(), listener->fCalls.end());
+        CHECK_EQUAL(listener->fCalls, std::vector<std::string>({"first:DUMMY", "second:DUMMY"}));
         // The source is there during each call, and only then.
-        const IEventSource* expectedSource = source.get();
-        SANITY_CHECK(listener->fSourcesSeen[0] == expectedSource &&
-                     listener->fSourcesSeen[1] == expectedSource);
-        SANITY_CHECK(event->getEventSource() == nullptr);
-
-        bool isFired = true;
-        std::vector<std::string> lines = LogRecorder::record(
-            1, [&] { isFired = source->fireEvent(DataString::factoryFromString("no event")); });
-        SANITY_CHECK(! isFired &&
-                     LogRecorder::hasLineWith(lines, "ASSIGN_TYPED failed: 'IEvent event = eventObj;'"));
+        const std::vector<IEventSource*> sourcesSeen(2, source.get());
+        SANITY_CHECK(listener->fSourcesSeen == sourcesSeen && event->getEventSource() == nullptr);
+        SANITY_CHECK(
+            LogRecorder::failsWith([&] { return source->fireEvent(DataString::factoryFromString("x")); },
+                                   "ASSIGN_TYPED failed: 'IEvent event = eventObj;'"));
         retVal = true;
     } while (false);
     return retVal;
@@ -114,18 +107,14 @@ bool EventTest::testListenerThatSkipsTheBase() {
         std::shared_ptr<IEvent> event = makeEvent("DUMMY");
         auto forgetful = std::make_shared<RecordingListener>(false);
         SANITY_CHECK(source->attachDetachEventHandler(AttachDetach::ATTACH, "DUMMY", "forgetful", forgetful));
-        bool isFired = true;
-        std::vector<std::string> lines = LogRecorder::record(1, [&] { isFired = source->fireEvent(event); });
-        SANITY_CHECK(! isFired && forgetful->fCalls.size() == 1);
-        SANITY_CHECK(LogRecorder::hasLineWith(lines, "'event->wasRootListenerCalled()' evaluates to false"));
-        SANITY_CHECK(event->getEventSource() == nullptr);
-
+        SANITY_CHECK(LogRecorder::failsWith([&] { return source->fireEvent(event); },
+                                            "'event->wasRootListenerCalled()' evaluates to false"));
+        SANITY_CHECK(forgetful->fCalls.size() == 1 && event->getEventSource() == nullptr);
         // A listener that has gone without detaching fails the walk.
         forgetful.reset();
-        lines = LogRecorder::record(1, [&] { isFired = source->fireEvent(event); });
-        SANITY_CHECK(! isFired &&
-                     LogRecorder::hasLineWith(lines, "ASSIGN_TYPED failed: 'IEventListener eventListener "
-                                                     "= eventListenerIter->second.lock();'"));
+        SANITY_CHECK(
+            LogRecorder::failsWith([&] { return source->fireEvent(event); },
+                                   "'IEventListener eventListener = eventListenerIter->second.lock();'"));
         retVal = true;
     } while (false);
     return retVal;
@@ -136,31 +125,24 @@ bool EventTest::testAttachAndDetachChecks() {
     do {
         std::shared_ptr<SampleEventSource> source = SampleEventSource::factory();
         auto listener = std::make_shared<RecordingListener>();
-        bool isDone = true;
-        std::vector<std::string> lines = LogRecorder::record(1, [&] {
-            isDone = ! source->attachDetachEventHandler(AttachDetach::DETACH, "E", "h") &&
-                     source->attachDetachEventHandler(AttachDetach::ATTACH, "E", "h", listener) &&
-                     ! source->attachDetachEventHandler(AttachDetach::ATTACH, "E", "h", listener) &&
-                     source->attachDetachEventHandler(AttachDetach::ATTACH, "F", "h", listener) &&
-                     ! source->attachDetachEventHandler(AttachDetach::DETACH, "E", "never") &&
-                     ! source->attachDetachEventHandler(AttachDetach::DETACH, "G", "h");
-        });
-        SANITY_CHECK(isDone &&
-                     LogRecorder::hasLineWith(lines, "SANITY_CHECK failed: 'fEventNameMap' evaluates"));
+        auto attachDetach = [&](AttachDetach attachDetach, const char* eventName) {
+            return [=] { return source->attachDetachEventHandler(attachDetach, eventName, "h", listener); };
+        };
         SANITY_CHECK(
-            LogRecorder::hasLineWith(lines, "'eventListenerIter == eventListenerMap->end()' evaluates"));
-        SANITY_CHECK(
-            LogRecorder::hasLineWith(lines, "'eventHandlerEntryIter != eventListenerMap->end()' evaluates"));
-        SANITY_CHECK(LogRecorder::hasLineWith(lines, "'eventNameIter != fEventNameMap->end()' evaluates"));
-
+            LogRecorder::failsWith(attachDetach(AttachDetach::DETACH, "E"), "'fEventNameMap' evaluates"));
+        SANITY_CHECK(attachDetach(AttachDetach::ATTACH, "E")() && attachDetach(AttachDetach::ATTACH, "F")());
+        SANITY_CHECK(LogRecorder::failsWith(attachDetach(AttachDetach::ATTACH, "E"),
+                                            "'eventListenerIter == eventListenerMap->end()' evaluates"));
+        SANITY_CHECK(LogRecorder::failsWith(attachDetach(AttachDetach::DETACH, "G"),
+                                            "'eventNameIter != fEventNameMap->end()' evaluates"));
+        SANITY_CHECK(LogRecorder::failsWith(
+            [&] { return source->attachDetachEventHandler(AttachDetach::DETACH, "E", "never"); },
+            "'eventHandlerEntryIter != eventListenerMap->end()' evaluates"));
         // Once every handler has gone, nobody listens and the table is gone too.
-        SANITY_CHECK(source->attachDetachEventHandler(AttachDetach::DETACH, "E", "h"));
-        SANITY_CHECK(source->attachDetachEventHandler(AttachDetach::DETACH, "F", "h"));
+        SANITY_CHECK(attachDetach(AttachDetach::DETACH, "E")() && attachDetach(AttachDetach::DETACH, "F")());
         SANITY_CHECK(source->fireEvent(makeEvent("E")) && listener->fCalls.empty());
-        lines = LogRecorder::record(
-            1, [&] { isDone = source->attachDetachEventHandler(AttachDetach::DETACH, "E", "h"); });
-        SANITY_CHECK(! isDone &&
-                     LogRecorder::hasLineWith(lines, "SANITY_CHECK failed: 'fEventNameMap' evaluates"));
+        SANITY_CHECK(
+            LogRecorder::failsWith(attachDetach(AttachDetach::DETACH, "E"), "'fEventNameMap' evaluates"));
         retVal = true;
     } while (false);
     return retVal;
@@ -169,34 +151,25 @@ bool EventTest::testAttachAndDetachChecks() {
 bool EventTest::testEventRoundTrip() {
     bool retVal = false;
     do {
-        const std::shared_ptr<IObject> event =
-            Event::factoryFromNamePayload("null", DataString::factoryFromString("test1223"));
+        auto event = makeEvent("null", DataString::factoryFromString("test1223"));
         const std::string text = Data_abstract::serializeToStr(event);
         CHECK_EQUAL(text, "Event\nnull\nDataString\ntest1223\n");
-        const std::shared_ptr<IObject> copy = Data_abstract::deserializeFromStr(text);
-        SANITY_CHECK(copy && copy != event && *copy == event.get());
-        SANITY_CHECK(std::dynamic_pointer_cast<IData>(copy)->hash() ==
-                     std::dynamic_pointer_cast<IData>(event)->hash());
+        ASSIGN_TYPED(IEvent, copy, Data_abstract::deserializeFromStr(text));
+        SANITY_CHECK(copy != event && *copy == event.get() && copy->hash() == event->hash());
         SANITY_CHECK(*copy != makeEvent("null", DataString::factoryFromString("test1224")).get());
-
         // A null payload travels as the DataNull and comes back as null.
         ASSIGN_TYPED(IEvent, bare, Data_abstract::deserializeFromStr("Event\nbare\nDataNull\n"));
-        SANITY_CHECK(bare->getName() == "bare" && ! bare->getPayloadObj() &&
-                     *bare == makeEvent("bare").get());
+        SANITY_CHECK(! bare->getPayloadObj() && *bare == makeEvent("bare").get());
 
-        std::shared_ptr<IObject> refused;
-        std::vector<std::string> lines =
-            LogRecorder::record(1, [&] { refused = Event::factoryFromNamePayload("", nullptr); });
-        SANITY_CHECK(! refused &&
-                     LogRecorder::hasLineWith(lines, "SANITY_CHECK failed: '! name.empty()' evaluates"));
-        lines = LogRecorder::record(
-            1, [&] { refused = Data_abstract::deserializeFromStr("Event\n\nDataNull\n"); });
-        SANITY_CHECK(! refused &&
-                     LogRecorder::hasLineWith(lines, "SANITY_CHECK failed: '! fName.empty()' evaluates"));
+        SANITY_CHECK(LogRecorder::failsWith([] { return Event::factoryFromNamePayload("", nullptr); },
+                                            "'! name.empty()' evaluates"));
+        SANITY_CHECK(
+            LogRecorder::failsWith([] { return Data_abstract::deserializeFromStr("Event\n\nDataNull\n"); },
+                                   "'! fName.empty()' evaluates"));
         // Only data travel as payloads.
-        lines = LogRecorder::record(
-            1, [&] { refused = Data_abstract::deserializeFromStr("Event\nx\nSimpleSerializer\n"); });
-        SANITY_CHECK(! refused && LogRecorder::hasLineWith(lines, "cannot deserialize"));
+        SANITY_CHECK(LogRecorder::failsWith(
+            [] { return Data_abstract::deserializeFromStr("Event\nx\nSimpleSerializer\n"); },
+            "cannot deserialize"));
         retVal = true;
     } while (false);
     return retVal;
@@ -209,11 +182,9 @@ bool EventTest::testNestedPayloads() {
         const std::shared_ptr<IObject> nested = Data_abstract::deserializeFromStr(nestedEventsText(deepest));
         SANITY_CHECK(nested && Data_abstract::serializeToStr(nested) == nestedEventsText(deepest));
         // One level more is refused, not followed down the stack.
-        std::shared_ptr<IObject> tooDeep;
-        std::vector<std::string> lines = LogRecorder::record(
-            1, [&] { tooDeep = Data_abstract::deserializeFromStr(nestedEventsText(deepest + 1)); });
-        SANITY_CHECK(! tooDeep &&
-                     LogRecorder::hasLineWith(lines, "'gNestedObjectCount <= MAX_NESTED_OBJECTS'"));
+        SANITY_CHECK(LogRecorder::failsWith(
+            [&] { return Data_abstract::deserializeFromStr(nestedEventsText(deepest + 1)); },
+            "'gNestedObjectCount <= MAX_NESTED_OBJECTS'"));
         retVal = true;
     } while (false);
     return retVal;

@@ -103,8 +103,7 @@ bool SerializerTest::testEveryByteThroughTheEscapes() {
                                      "\\L\\1\\2\\3\\4\\K\\Y\\P\\D\\R\\C\\!\\U\\F\\W\\X" + " !\\\"#$%&\\'" +
                                      bytes.substr(0x28, 0x5C - 0x28) + "\\\\" + bytes.substr(0x5D) + "\n";
         CHECK_EQUAL(writeLines({bytes}), expected);
-        CHECK_EQUAL(readLines(expected).size(), 1u);
-        CHECK_EQUAL(readLines(expected)[0], bytes);
+        CHECK_EQUAL(readLines(expected), std::vector<std::string>({bytes}));
         // Each byte alone, so that no escape leans on its neighbours.
         for (char byte : bytes) {
             const std::string single(1, byte);
@@ -125,11 +124,7 @@ bool SerializerTest::testLineEndsAndUnknownEscapes() {
 
         // An empty string is an empty line, and it is available.
         CHECK_EQUAL(writeLines({"", ""}), "\n\n");
-        std::istringstream stream("\n");
-        std::shared_ptr<SimpleSerializer> serializer = makeSerializer();
-        SANITY_CHECK(serializer->startDeserialize(&stream));
-        SANITY_CHECK(serializer->isStringAvailable() && serializer->getString().empty());
-        SANITY_CHECK(serializer->atEnd() && serializer->endDeserialize());
+        CHECK_EQUAL(readLines("\n\n"), std::vector<std::string>({"", ""}));
 
         // An unknown letter stands for itself; a backslash at the end of a line is dropped.
         CHECK_EQUAL(readLines("\\q\nab\\\n\\\\\\z\n"),
@@ -167,23 +162,15 @@ bool SerializerTest::testLeftOverData() {
     do {
         std::istringstream stream("a\nb\n");
         std::shared_ptr<SimpleSerializer> serializer = makeSerializer();
-        SANITY_CHECK(serializer->startDeserialize(&stream));
-        CHECK_EQUAL(serializer->getString(), "a");
-        bool isEnded = true;
-        auto lines = LogRecorder::record(1, [&] { isEnded = serializer->endDeserialize(); });
-        SANITY_CHECK(! isEnded && LogRecorder::hasLineWith(lines, "not at inputStream.eof()"));
-        // The serializer is free for the next run all the same.
-        std::istringstream next("c\n");
-        SANITY_CHECK(serializer->startDeserialize(&next));
-        CHECK_EQUAL(serializer->getString(), "c");
-        SANITY_CHECK(serializer->endDeserialize());
-
-        // A line read ahead and not taken is left over too, as is a last line without its line feed.
-        CHECK_EQUAL(readLines("x\ny"), std::vector<std::string>({"x", "(left over)"}));
+        SANITY_CHECK(serializer->startDeserialize(&stream) && serializer->getString() == "a");
+        const auto endDeserialize = [&] { return serializer->endDeserialize(); };
+        SANITY_CHECK(LogRecorder::failsWith(endDeserialize, "not at inputStream.eof()"));
+        // The serializer is free for the next run all the same. A line read ahead and not taken is left
+        // over too, as is a last line without its line feed.
         std::istringstream readAhead("z\n");
         SANITY_CHECK(serializer->startDeserialize(&readAhead) && serializer->isStringAvailable());
-        lines = LogRecorder::record(1, [&] { isEnded = serializer->endDeserialize(); });
-        SANITY_CHECK(! isEnded && LogRecorder::hasLineWith(lines, "not at inputStream.eof()"));
+        SANITY_CHECK(LogRecorder::failsWith(endDeserialize, "not at inputStream.eof()"));
+        CHECK_EQUAL(readLines("x\ny"), std::vector<std::string>({"x", "(left over)"}));
         retVal = true;
     } while (false);
     return retVal;
@@ -225,44 +212,28 @@ bool SerializerTest::testRunChecks() {
         std::shared_ptr<SimpleSerializer> serializer = makeSerializer();
         std::ostringstream first;
         std::ostringstream second;
-        bool isDone = true;
-        auto lines = LogRecorder::record(1, [&] {
-            isDone = serializer->startSerialize(&first) && ! serializer->startSerialize(&second) &&
-                     ! serializer->startSerialize(nullptr) && serializer->putString("x");
-        });
-        SANITY_CHECK(isDone && first.str() == "x\n" && second.str().empty());
-        SANITY_CHECK(
-            LogRecorder::hasLineWith(lines, "SANITY_CHECK failed: '! fpOutputStream' evaluates to false"));
-        SANITY_CHECK(
-            LogRecorder::hasLineWith(lines, "SANITY_CHECK failed: 'outputStream' evaluates to false"));
-        SANITY_CHECK(serializer->endSerialize());
-        lines = LogRecorder::record(1, [&] { isDone = serializer->putString("y"); });
-        SANITY_CHECK(! isDone && LogRecorder::hasLineWith(lines, "'fpOutputStream' evaluates to false"));
-
-        // A stream that fails its writes.
+        // A second start fails and leaves the first stream in place.
+        SANITY_CHECK(serializer->startSerialize(&first));
+        SANITY_CHECK(LogRecorder::failsWith([&] { return serializer->startSerialize(&second); },
+                                            "SANITY_CHECK failed: '! fpOutputStream' evaluates to false"));
+        SANITY_CHECK(serializer->putString("x") && serializer->endSerialize());
+        SANITY_CHECK(first.str() == "x\n" && second.str().empty());
+        SANITY_CHECK(LogRecorder::failsWith([&] { return serializer->putString("y"); },
+                                            "SANITY_CHECK failed: 'fpOutputStream' evaluates to false"));
         std::ostringstream broken;
         broken.setstate(std::ios::badbit);
         SANITY_CHECK(serializer->startSerialize(&broken));
-        lines = LogRecorder::record(
-            1, [&] { isDone = serializer->putString("z") || serializer->putGUID(nullptr); });
-        SANITY_CHECK(! isDone && LogRecorder::hasLineWith(lines, "failed to write str"));
-        SANITY_CHECK(LogRecorder::hasLineWith(lines, "failed to write guid"));
+        SANITY_CHECK(
+            LogRecorder::failsWith([&] { return serializer->putGUID(nullptr); }, "failed to write guid"));
         SANITY_CHECK(serializer->endSerialize());
 
-        // Reading without a stream, and a second start.
-        std::istringstream in("a\n");
-        lines = LogRecorder::record(1, [&] {
-            isDone = ! serializer->isStringAvailable() && serializer->atEnd() &&
-                     ! serializer->endDeserialize() && serializer->startDeserialize(&in) &&
-                     ! serializer->startDeserialize(&in);
-        });
-        SANITY_CHECK(isDone && LogRecorder::hasLineWith(lines, "'fpInputStream' evaluates to false"));
+        // Reading without a stream.
+        SANITY_CHECK(LogRecorder::failsWith([&] { return serializer->isStringAvailable(); },
+                                            "SANITY_CHECK failed: 'fpInputStream' evaluates to false"));
         SANITY_CHECK(
-            LogRecorder::hasLineWith(lines, "SANITY_CHECK failed: 'inputStream' evaluates to false"));
-        SANITY_CHECK(
-            LogRecorder::hasLineWith(lines, "SANITY_CHECK failed: '! fpInputStream' evaluates to false"));
-        CHECK_EQUAL(serializer->getString(), "a");
-        SANITY_CHECK(serializer->endDeserialize());
+            LogRecorder::failsWith([&] { return ! serializer->atEnd(); }, "'fpInputStream' evaluates"));
+        SANITY_CHECK(LogRecorder::failsWith([&] { return serializer->endDeserialize(); },
+                                            "SANITY_CHECK failed: 'inputStream' evaluates to false"));
         retVal = true;
     } while (false);
     return retVal;
