@@ -27,18 +27,19 @@ ensure_packages() {
     fi
 }
 
+# build PRESET [TARGET]: configures and builds everything, or only TARGET.
 build() {
     local preset="$1"
     ensure_packages
     cmake --preset "$preset" >/dev/null
-    cmake --build --preset "$preset"
+    cmake --build --preset "$preset" ${2:+--target "$2"}
 }
 
 command="${1:-run}"
 shift || true
 case "$command" in
 run)
-    build default
+    build default braidwell
     exec ./build/default/braidwell "$@"
     ;;
 test)
@@ -47,7 +48,7 @@ test)
     ctest --preset "$preset"
     ;;
 bench)
-    build default
+    build default braidwell
     exec ./bench/run.sh "$@"
     ;;
 *)

@@ -370,6 +370,92 @@ TEST_F(ProcessTest, ConsoleOnATerminalEditsEchoesPromptsAndEndsWithCtrlD) {
     EXPECT_EQ(child.awaitExit(5000), 0);
 }
 
+// Hostile nesting: each construct far past the nesting limit, a megabyte of it where it is that long.
+struct DeepStatement {
+    const char* name;
+    std::string text; // one statement, on one line
+};
+
+std::string repeated(const std::string& piece, size_t count) {
+    std::string text;
+    text.reserve(piece.size() * count);
+    for (size_t i = 0; i < count; ++i) {
+        text += piece;
+    }
+    return text;
+}
+
+std::vector<DeepStatement> deepStatements(size_t depth) {
+    return {
+        {"arrays", "x = " + repeated("[", depth) + repeated("]", depth)},
+        {"parentheses", "x = " + repeated("(", depth) + "1" + repeated(")", depth)},
+        {"maps", "x = " + repeated("{a:", depth) + "1" + repeated("}", depth)},
+        {"calls", "x = " + repeated("f(", depth) + "1" + repeated(")", depth)},
+        {"ifs", "x = " + repeated("if (1) ", depth) + "1"},
+        {"prefixes", "x = " + repeated("!", depth) + "y"},
+        {"operators", "x = " + repeated("y * ", depth) + "y"},
+        {"unclosed", "x = " + repeated("[", depth)},
+    };
+}
+
+size_t occurrences(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
+        ++count;
+    }
+    return count;
+}
+
+const std::string kTooDeep = "expression nested too deeply";
+
+// The statement is dropped with one clear error and nothing else, and the session goes on with the next
+// statement: in the standard-input mode, and from a script file.
+TEST_F(ProcessTest, NestingPastTheLimitEndsTheStatementWithOneError) {
+    const std::string setup = "y = 2; function f(a) { return a };\n";
+    for (const DeepStatement& deep : deepStatements(300000)) {
+        SCOPED_TRACE(deep.name);
+        auto viaStdIn = runStdIn(setup + deep.text + "\nx = 7;\nx\n");
+        ASSERT_FALSE(viaStdIn.timedOut);
+        EXPECT_EQ(viaStdIn.exitCode, 0);
+        EXPECT_EQ(occurrences(viaStdIn.standardError, kTooDeep), 1u) << viaStdIn.standardError.substr(0, 500);
+        EXPECT_EQ(viaStdIn.standardError.size(), kTooDeep.size() + 1)
+            << viaStdIn.standardError.substr(0, 500);
+        // An unclosed bracket holds every line behind it in the statement.
+        EXPECT_EQ(viaStdIn.standardOutput, std::string(deep.name) == "unclosed" ? "" : "7\n");
+
+        const std::string script = writeHomeFile("deep.bwq", setup + deep.text + "\nx = 7\n");
+        auto viaFile = runStdIn("x\n", {"-f", script});
+        ASSERT_FALSE(viaFile.timedOut);
+        EXPECT_EQ(occurrences(viaFile.standardError, kTooDeep), 1u) << viaFile.standardError.substr(0, 500);
+        // With the rest of the file in the dropped statement, `x` is unknown (and prints as "error").
+        EXPECT_EQ(viaFile.standardOutput, std::string(deep.name) == "unclosed" ? "error\n" : "7\n");
+    }
+}
+
+// Up to the limit nothing is refused, and such values print and drop without trouble.
+TEST_F(ProcessTest, NestingUpToTheLimitIsAccepted) {
+    const size_t depth = 900;
+    auto result = runStdIn("x = " + repeated("[", depth) + "1" + repeated("]", depth) + "\nx\n" +
+                           repeated("(", depth) + "2" + repeated(")", depth) + "\n");
+    ASSERT_FALSE(result.timedOut);
+    EXPECT_EQ(result.standardError, "");
+    const std::string nested = repeated("[", depth) + "1" + repeated("]", depth) + "\n";
+    EXPECT_EQ(result.standardOutput, nested + nested + "2\n");
+}
+
+// A person at the console gets the same, and the prompt comes back.
+TEST_F(ProcessTest, NestingPastTheLimitAtTheConsole) {
+    ChildProcess child;
+    ASSERT_TRUE(child.startOnTerminal({kBinary, "-i", "-e", "0", "-p", "bw> "}));
+    child.readUntil("bw> ");
+    ASSERT_TRUE(child.send(deepStatements(5000)[0].text + "\r6 * 7\r"));
+    const std::string& output = child.readUntil("42\r\nbw> ");
+    EXPECT_EQ(occurrences(output, kTooDeep), 1u) << output.substr(0, 500);
+    EXPECT_NE(output.find("42\r\nbw> "), std::string::npos) << output.substr(0, 500);
+    ASSERT_TRUE(child.send("\x04"));
+    EXPECT_EQ(child.awaitExit(5000), 0);
+}
+
 class LeakedSample : public Brw::Object {
 public:
     std::string typeName() const override { return "LeakedSample"; }

@@ -16,13 +16,10 @@
 #include "BrwLogger/BrwLogger.h"
 #include "BrwLogger/BrwScriptErrorLog.h"
 #include "BrwMain/BrwMain.h"
-#include "BrwParser/BrwIOStreamPrompted.h"
-#include "BrwParser/BrwInputStreamString.h"
 #include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
-#include "BrwParser/BrwOutputStreamString.h"
-#include "BrwTask/BrwCallTask.h"
+#include "BrwTask/BrwSessionEvaluator.h"
 #include "BrwTestEnvironment.h"
 
 namespace {
@@ -91,22 +88,8 @@ private:
 // Runs a text statement by statement, as a session does, with a time-out for loops a mutation made
 // endless; gives what it printed.
 std::string runInProcess(const std::string& text, int64_t timeoutMicroseconds = 200000) {
-    auto input = std::make_shared<Brw::InputStreamString>(text);
-    input->setAtEOF();
-    auto output = std::make_shared<Brw::OutputStreamString>();
-    auto stream = std::make_shared<Brw::IOStreamPrompted>(input, output);
-    stream->setPromptNode(Brw::OMStored::factory(""));
-    stream->setContinuationPromptNode(Brw::OMStored::factory(""));
-    auto scope = Brw::OMScope::factory(nullptr, Brw::OMScope::READS_PARENT);
-    auto node = Brw::OMStored::undefinedFactory();
-    Brw::CallTask::call(
-        "fuzz",
-        [&](const std::shared_ptr<Brw::Task>& task) {
-            bool success = false;
-            node->parseAndEvalFrom_yielding(task, success, scope, stream);
-        },
-        timeoutMicroseconds);
-    return output->getText();
+    return Brw::SessionEvaluator::evaluate(text, Brw::OMScope::factory(nullptr, Brw::OMScope::READS_PARENT),
+                                           timeoutMicroseconds);
 }
 
 // Runs a text twice, in-process: the output and script errors of the resumable path alone go to index 0,

@@ -213,6 +213,12 @@ struct EndingSignal {
     bool isOwnCrash;  // the child raises it itself, else it comes from outside
 };
 
+// How a test's parameter reads in the test's name and in the listings.
+void PrintTo(const EndingSignal& ending, std::ostream* out) {
+    *out << "SIG" << sigabbrev_np(ending.signalNumber)
+         << (ending.isOwnCrash ? " raised by the child" : " sent");
+}
+
 class TerminalSignalTest : public TerminalTest, public testing::WithParamInterface<EndingSignal> {};
 
 // With a sanitizer's handler in place a crash may end the process through it rather than by the signal;
@@ -246,6 +252,9 @@ TEST_P(TerminalSignalTest, SignalRestoresTheModeAndStillEndsTheProcess) {
 
 INSTANTIATE_TEST_SUITE_P(Signals, TerminalSignalTest,
                          testing::Values(EndingSignal{SIGINT, false}, EndingSignal{SIGTERM, false},
-                                         EndingSignal{SIGABRT, true}, EndingSignal{SIGSEGV, true}));
+                                         EndingSignal{SIGABRT, true}, EndingSignal{SIGSEGV, true}),
+                         [](const testing::TestParamInfo<EndingSignal>& info) {
+                             return std::string(sigabbrev_np(info.param.signalNumber));
+                         });
 
 } // namespace

@@ -1,9 +1,11 @@
 #include "BrwCoordinator/BrwIdleBackoff.h"
 
+#include "BrwUtils/BrwClock.h"
+
 namespace Brw {
 
 int64_t IdleBackoff::nextSleepMicroseconds(int64_t now, int64_t baseMicroseconds) {
-    constexpr int64_t MILLISECOND = 1000000;
+    constexpr int64_t MILLISECOND = Clock::NANOSECONDS_PER_MILLISECOND;
     constexpr int64_t SECOND = 1000 * MILLISECOND;
     if (fActivityCounter != 0) {
         fActivityCounter = 0;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <thread>
 
 #include "BrwCoordinator/BrwMainTaskTimesliceTask.h"
@@ -56,12 +57,6 @@ bool walkObjectClasses(RegisterDeregister registerDeregister) {
     return retVal;
 }
 
-// Letters of switches that take the next word as their argument, whatever it looks like.
-bool takesArgument(char switchLetter) {
-    static const std::string lettersWithArgument = "DFNPcefnopqrtw";
-    return lettersWithArgument.find(switchLetter) != std::string::npos;
-}
-
 enum class SwitchKind {
     UNKNOWN,
     FLAG,   // takes no word and doesn't look at its list
@@ -75,11 +70,13 @@ struct SwitchEntry {
     SwitchKind kind;      // what it expects behind it
     const char* argument; // its argument in the usage text
     const char* meaning;  // its line of the usage text
+    int64_t largest = 0;  // of a NUMBER: the largest value it takes; a larger one counts as no number
 };
 
 // Every switch the program knows, in the order of the usage text.
 const SwitchEntry kSwitches[] = {
-    {'e', SwitchKind::NUMBER, "N", "echo of typed keys at the console, 0 to 3: 1 (the default) and 3 echo"},
+    {'e', SwitchKind::NUMBER, "N", "echo of typed keys at the console, 0 to 3: 1 (the default) and 3 echo",
+     std::numeric_limits<int32_t>::max()},
     {'F', SwitchKind::WORD, "FILE", "run this script once at start, before anything else"},
     {'f', SwitchKind::WORD, "FILE", "run this script, then the mode chosen; - reads standard input"},
     {'h', SwitchKind::FLAG, "", "print this text and stop"},
@@ -92,7 +89,8 @@ const SwitchEntry kSwitches[] = {
     {'s', SwitchKind::FLAG, "", "server: stay up until told to stop"},
     {'t', SwitchKind::WORD, "y|n", "run the built-in self-tests at start, or not"},
     {'v', SwitchKind::FLAG, "", "print the version and stop"},
-    {'w', SwitchKind::NUMBER, "MS", "grace time in milliseconds before a stop (default 10000)"},
+    {'w', SwitchKind::NUMBER, "MS", "grace time in milliseconds before a stop (default 10000)",
+     Clock::LONGEST_MILLISECONDS},
     {'z', SwitchKind::BARE, "", "ignore Ctrl-C (the interrupt signal) from start-up on"},
 };
 
@@ -103,6 +101,12 @@ const SwitchEntry* findSwitch(char switchLetter) {
         }
     }
     return nullptr;
+}
+
+// Switches that take the next word as their argument, whatever it looks like.
+bool takesArgument(char switchLetter) {
+    const SwitchEntry* entry = findSwitch(switchLetter);
+    return entry != nullptr && (entry->kind == SwitchKind::WORD || entry->kind == SwitchKind::NUMBER);
 }
 
 // An absolute, normalised path against the current folder; the path as given when that can't be had.
@@ -123,6 +127,17 @@ std::recursive_mutex& InternalCoordinator::getProcessLock() {
     static auto* lock = new std::recursive_mutex();
     return *lock;
 }
+
+namespace {
+
+// The main thread's hold on the process lock, taken in init and given up at the teardown.
+std::unique_lock<std::recursive_mutex>& mainThreadLock() {
+    static auto* hold =
+        new std::unique_lock<std::recursive_mutex>(InternalCoordinator::getProcessLock(), std::defer_lock);
+    return *hold;
+}
+
+} // namespace
 
 std::shared_ptr<IObject> InternalCoordinator::factory() {
     if (! gIsInternalCoordinatorCreated) {
@@ -148,17 +163,19 @@ void InternalCoordinator::releaseInstance() {
     internalCoordinator.reset();
     // The class table goes with the coordinator.
     VERIFY(deregisterObjectClasses());
+    if (mainThreadLock().owns_lock()) {
+        mainThreadLock().unlock();
+    }
 }
 
 bool InternalCoordinator::init(int argc, char** argv) {
     bool retVal = false;
     do {
-        std::lock_guard<std::recursive_mutex> lock(getProcessLock());
-        SANITY_CHECK(parseCommandLineArgs(argc, argv));
-        if (! registerObjectClasses()) {
-            LOG_ERROR("failed to register class");
-            SANITY_CHECK(registerObjectClasses());
+        if (! mainThreadLock().owns_lock()) {
+            mainThreadLock().lock();
         }
+        SANITY_CHECK(parseCommandLineArgs(argc, argv));
+        SANITY_CHECK(registerObjectClasses());
         SANITY_CHECK(registerTests());
         ASSIGN_TYPED(InternalCoordinator, internalCoordinator, factory());
         SANITY_CHECK(internalCoordinator->createGUID());
@@ -193,7 +210,11 @@ bool InternalCoordinator::runStartupScript() {
 }
 
 bool InternalCoordinator::registerObjectClasses() {
-    return walkObjectClasses(REGISTER);
+    bool retVal = walkObjectClasses(REGISTER);
+    if (! retVal) {
+        LOG_ERROR("failed to register class");
+    }
+    return retVal;
 }
 
 bool InternalCoordinator::deregisterObjectClasses() {
@@ -280,6 +301,7 @@ bool InternalCoordinator::processCmdLineArg(char switchLetter, const std::vector
             SANITY_CHECK(switchArgs.size() == 1);
         } else if (entry->kind == SwitchKind::NUMBER) {
             SANITY_CHECK(switchArgs.size() == 1 && Utils::isNumeric(switchArgs[0]));
+            SANITY_CHECK(Utils::isNumberUpTo(switchArgs[0], static_cast<uint64_t>(entry->largest)));
         } else if (entry->kind == SwitchKind::BARE) {
             SANITY_CHECK(switchArgs.size() == 0);
         }
@@ -344,7 +366,7 @@ bool InternalCoordinator::applySwitch(char switchLetter, const std::string& argu
         fIsVersionRequested = true;
         break;
     case 'w':
-        fDelayQuitMicroseconds = Utils::toInt64(argument) * 1000;
+        fDelayQuitMicroseconds = Utils::toInt64(argument) * Clock::MICROSECONDS_PER_MILLISECOND;
         break;
     case 'z':
         retVal = std::signal(SIGINT, SIG_IGN) != SIG_ERR;
@@ -391,10 +413,15 @@ void InternalCoordinator::waitForActivity(int64_t microseconds) {
     if (microseconds <= 0) {
         return;
     }
-    std::recursive_mutex& lock = getProcessLock();
-    lock.unlock();
+    // Outside init and teardown nothing holds the lock to let go of.
+    const bool isHeld = mainThreadLock().owns_lock();
+    if (isHeld) {
+        mainThreadLock().unlock();
+    }
     std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
-    lock.lock();
+    if (isHeld) {
+        mainThreadLock().lock();
+    }
 }
 
 bool InternalCoordinator::runActiveTasksUntil(int64_t deadline) {
@@ -406,7 +433,7 @@ bool InternalCoordinator::runActiveTasksUntil(int64_t deadline) {
         }
         int64_t budget = fEventLoopMicroseconds;
         if (deadline != 0) {
-            budget = std::clamp<int64_t>((deadline - Clock::now()) / 1000, 0, budget);
+            budget = std::clamp<int64_t>(Clock::toMicroseconds(deadline - Clock::now()), 0, budget);
         }
         SANITY_CHECK(Task::runActiveTasks(budget));
         if (isAnyTaskRunningScript()) {
@@ -435,7 +462,7 @@ bool InternalCoordinator::runEventLoop(int64_t microseconds) {
             retVal = true;
             break;
         }
-        const int64_t deadline = microseconds < 0 ? 0 : Clock::now() + microseconds * 1000;
+        const int64_t deadline = microseconds < 0 ? 0 : Clock::now() + Clock::fromMicroseconds(microseconds);
         if (! runActiveTasksUntil(deadline)) {
             for (;;) {
                 // Held by a local: the task may complete and leave the tables during its slice.
@@ -450,7 +477,8 @@ bool InternalCoordinator::runEventLoop(int64_t microseconds) {
                 const int64_t now = Clock::now();
                 const int64_t sleep = fIdleBackoff.nextSleepMicroseconds(now, fEventLoopSleepMicroseconds);
                 if (sleep != 0 && (deadline == 0 || now < deadline)) {
-                    waitForActivity(deadline == 0 ? sleep : std::min(sleep, (deadline - now) / 1000));
+                    waitForActivity(deadline == 0 ? sleep
+                                                  : std::min(sleep, Clock::toMicroseconds(deadline - now)));
                 }
                 if (runActiveTasksUntil(deadline)) {
                     break;

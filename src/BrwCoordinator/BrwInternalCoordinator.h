@@ -36,7 +36,6 @@ public:
     static inline bool fRunTests = false;                               // run the self-tests at start
     static inline std::string fScriptFilePath;               // script to run, "-" for standard input
     static inline std::string fStartupScriptFilePath;        // script run once at start, before all else
-    static inline std::string fRemoteCoordinatorURL;         // run the script there instead of here
     static inline int64_t fEventLoopMicroseconds = 5000;     // one runEventLoop turn of the server loop
     static inline int64_t fEventLoopSleepMicroseconds = 500; // base of the idle back-off
     static inline int64_t fDelayQuitMicroseconds = 10000000; // grace time before a stop
@@ -103,7 +102,8 @@ public:
     IdleBackoff& getIdleBackoff() { return fIdleBackoff; }
     uint64_t getRoundCounter() const { return fRoundCounter; }
 
-    // The process lock: held by the main thread except while it sleeps.
+    // The process lock: held by the main thread from init to the teardown, except while it sleeps in
+    // waitForActivity. Another thread must hold it to touch the coordinator.
     static std::recursive_mutex& getProcessLock();
 
 protected:

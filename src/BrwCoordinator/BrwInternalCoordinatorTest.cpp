@@ -113,6 +113,13 @@ bool InternalCoordinatorTest::testCommandLine() {
         CHECK_EQUAL(InternalCoordinator::fDelayQuitMicroseconds, 250000);
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('w', {"2.5"}));
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('w', {}));
+        // A number too large for its switch counts as no number: the setting stays as it was.
+        SANITY_CHECK(! InternalCoordinator::processCmdLineArg('w', {"99999999999999999999"}));
+        SANITY_CHECK(! InternalCoordinator::processCmdLineArg('w', {"9223372036854775807"}));
+        CHECK_EQUAL(InternalCoordinator::fDelayQuitMicroseconds, 250000);
+        const int32_t savedEcho = InternalCoordinator::fConsoleEcho;
+        SANITY_CHECK(! InternalCoordinator::processCmdLineArg('e', {"4294967297"}));
+        CHECK_EQUAL(InternalCoordinator::fConsoleEcho, savedEcho);
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('N', {}));
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('y', {}));
         // A stray word behind a switch voids its argument, so the switch is refused and changes nothing.

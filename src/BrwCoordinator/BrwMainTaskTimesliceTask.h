@@ -12,7 +12,7 @@ class MainTaskTimesliceTask : public Task {
 public:
     static constexpr const char* TYPENAME = "MainTaskTimesliceTask";
 
-    MainTaskTimesliceTask() : Task(TYPENAME, -2, nullptr) {}
+    MainTaskTimesliceTask() : Task(TYPENAME, NO_TIMEOUT, nullptr) {}
 
     static std::shared_ptr<Task> factory();
 

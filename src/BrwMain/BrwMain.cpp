@@ -47,11 +47,6 @@ int main(int argc, char** argv) {
         if (InternalCoordinator::fRunTests) {
             runSelfTests();
         }
-        if (! InternalCoordinator::fRemoteCoordinatorURL.empty() &&
-            (InternalCoordinator::fScriptFilePath.empty() || InternalCoordinator::fScriptFilePath == "-")) {
-            LOG_ERROR("remoteCoordinatorURL without valid scriptFilePath");
-            break;
-        }
         const std::shared_ptr<OMScope>& coordinatorScope = internalCoordinator->getCoordinatorScope();
         SANITY_CHECK(coordinatorScope);
         if (InternalCoordinator::fScriptFilePath == "-") {
@@ -233,6 +228,8 @@ void tearDown() {
     InternalCoordinator::releaseInstance();
     Task::deregisterAll();
     OMScope::releaseRootScope();
+    // Values that hold themselves are all that is left of the script's values; their cycles are broken.
+    OMContainerRegistry::releaseElementsSince(0);
     Test::deregisterAll();
     ClassTest::deregisterAll();
     Object::deleteTables();

@@ -1,5 +1,8 @@
 #include "BrwMain/BrwTest.h"
 
+#include <filesystem>
+#include <unistd.h>
+
 namespace Brw {
 
 namespace {
@@ -74,6 +77,18 @@ bool Test::runAll() {
 
 void Test::deregisterAll() {
     testRegistry().clear();
+}
+
+std::string Test::makeTemporaryFile(const std::string& stem) {
+    std::error_code error;
+    std::string path = (std::filesystem::temp_directory_path(error) / (stem + "-XXXXXX")).string();
+    const int fd = error ? -1 : mkstemp(path.data());
+    if (fd < 0) {
+        LOG_ERROR("cannot make a temporary file for " + stem);
+        return std::string();
+    }
+    close(fd);
+    return path;
 }
 
 } // namespace Brw

@@ -41,6 +41,9 @@ public:
     static bool runAll();
     // Empties the registry: part of the process's teardown.
     static void deregisterAll();
+    // A new empty file of a unique name in the temporary folder, for a test to write and remove; empty
+    // when none could be made.
+    static std::string makeTemporaryFile(const std::string& stem);
 
     // The text of a failed comparison in a test, with both values where they print.
     template <class Actual, class Expected>

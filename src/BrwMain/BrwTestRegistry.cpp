@@ -17,6 +17,7 @@
 #include "BrwParser/BrwOMStoredTest.h"
 #include "BrwParser/BrwOperatorsTest.h"
 #include "BrwParser/BrwReferencePathTest.h"
+#include "BrwParser/BrwScriptLimitsTest.h"
 #include "BrwParser/BrwStreamTest.h"
 #include "BrwSerializer/BrwSerializerTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
@@ -52,6 +53,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<SerializerTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<DataTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<EventTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ScriptLimitsTest>()));
         retVal = true;
     } while (false);
     return retVal;

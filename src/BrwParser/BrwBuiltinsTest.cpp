@@ -18,8 +18,6 @@ namespace {
 
 using NodePtr = std::shared_ptr<IOMNode>;
 
-std::string gSavedScriptErrorFile; // restored by teardown
-
 NodePtr lit(int value) {
     return OMStored::factory(static_cast<OMInt>(value));
 }
@@ -107,35 +105,15 @@ std::string shown(const NodePtr& node) {
     return node ? std::string(kindName(node->getType())) + " " + node->toString() : std::string("null");
 }
 
-// The script errors reported since the count was `before`, joined by " | ".
-std::string errorsSince(uint64_t before) {
-    std::vector<std::string> lines;
-    std::ifstream file(ScriptErrorLog::getFile());
-    for (std::string line; std::getline(file, line);) {
-        lines.push_back(line);
-    }
-    const uint64_t count = ScriptErrorLog::getReportCount() - before;
-    std::string joined;
-    for (size_t i = lines.size() - std::min<size_t>(count, lines.size()); i < lines.size(); ++i) {
-        joined += (joined.empty() ? "" : " | ") + lines[i];
-    }
-    return joined;
-}
-
 } // namespace
 
 bool BuiltinsTest::setup() {
-    // Script errors provoked here go to a file of the test's own.
-    gSavedScriptErrorFile = ScriptErrorLog::getFile();
-    ScriptErrorLog::setFile(
-        (std::filesystem::temp_directory_path() / "brw-builtins-test-errors.txt").string());
-    std::remove(ScriptErrorLog::getFile().c_str());
-    return true;
+    fScriptErrors = std::make_unique<ScriptErrorCapture>();
+    return fScriptErrors->isCapturing();
 }
 
 bool BuiltinsTest::teardown() {
-    std::remove(ScriptErrorLog::getFile().c_str());
-    ScriptErrorLog::setFile(gSavedScriptErrorFile);
+    fScriptErrors.reset();
     return true;
 }
 
@@ -180,7 +158,7 @@ bool BuiltinsTest::testNumbers() {
 
         const uint64_t before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(value(_abs, {}), "Undefined undefined");
-        CHECK_EQUAL(errorsSince(before), "insufficient arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "insufficient arguments");
         retVal = true;
     } while (false);
     return retVal;
@@ -215,16 +193,16 @@ bool BuiltinsTest::testNumberParsing() {
 
         uint64_t before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(value(_parseFloat, {}), "NaN NaN");
-        CHECK_EQUAL(errorsSince(before), "insufficient arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "insufficient arguments");
         before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(value(_parseFloat, {lit("1"), lit(2)}), "NaN NaN");
-        CHECK_EQUAL(errorsSince(before), "too many arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "too many arguments");
         before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(shown(eval(method(lit("1"), _parseFloat, {lit(2)}), scope)), "NaN NaN");
-        CHECK_EQUAL(errorsSince(before), "too many arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "too many arguments");
         before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(value(_parseInt, {}), "NaN NaN");
-        CHECK_EQUAL(errorsSince(before), "insufficient arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "insufficient arguments");
         retVal = true;
     } while (false);
     return retVal;
@@ -281,7 +259,7 @@ bool BuiltinsTest::testSubstrAndIndexOf() {
         const uint64_t before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(value(_indexOf, {lit("abc")}), "Undefined undefined");
         CHECK_EQUAL(value(_substr, {}), "Undefined undefined");
-        CHECK_EQUAL(errorsSince(before), "insufficient arguments | insufficient arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "insufficient arguments | insufficient arguments");
         retVal = true;
     } while (false);
     return retVal;
@@ -315,7 +293,7 @@ bool BuiltinsTest::testTextForms() {
         const uint64_t before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(value(_toUpperCase, {}), "Undefined undefined");
         CHECK_EQUAL(value(_enquote, {}), "Undefined undefined");
-        CHECK_EQUAL(errorsSince(before), "insufficient arguments | insufficient arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "insufficient arguments | insufficient arguments");
         retVal = true;
     } while (false);
     return retVal;
@@ -377,10 +355,10 @@ bool BuiltinsTest::testPushAndPop() {
 
         uint64_t before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(shown(eval(call(_push, {lit(5), lit(1)}), scope)), "Error error");
-        CHECK_EQUAL(errorsSince(before), "push failed");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "push failed");
         before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(shown(eval(method(name("a"), _push, {}), scope)), "Undefined undefined");
-        CHECK_EQUAL(errorsSince(before), "insufficient arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "insufficient arguments");
         CHECK_EQUAL(scope->getOMNode("a")->getSize(), 2u);
         retVal = true;
     } while (false);
@@ -430,12 +408,12 @@ bool BuiltinsTest::testReferenceReading() {
         uint64_t before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(value({name("t"), lit("a/x/c")}), "Error error");
         CHECK_EQUAL(value({lit("nowhere/c")}), "Error error");
-        CHECK_EQUAL(errorsSince(before), "cannot access reference | cannot access reference");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "cannot access reference | cannot access reference");
         CHECK_EQUAL(OMAccessor(scope->getOMNode("t")).getSize("a"), 2u);
         SANITY_CHECK(! scope->containsAttr("nowhere"));
         before = ScriptErrorLog::getReportCount();
         CHECK_EQUAL(value({}), "Undefined undefined");
-        CHECK_EQUAL(errorsSince(before), "insufficient arguments");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "insufficient arguments");
         retVal = true;
     } while (false);
     return retVal;
@@ -456,7 +434,7 @@ bool BuiltinsTest::testReferenceWriting() {
         SANITY_CHECK(eval(assign(call(_reference, {name("t"), lit("a/b/c")}), lit(5)), scope));
         CHECK_EQUAL(tree.getInt("a/b/c"), 5);
         CHECK_EQUAL(tree.getInt("a/d/c"), 9);
-        CHECK_EQUAL(errorsSince(before), "");
+        CHECK_EQUAL(fScriptErrors->errorsSince(before), "");
         // A path that isn't there yet is made by the write.
         SANITY_CHECK(eval(assign(call(_reference, {name("t"), lit("a/n/c")}), lit(7)), scope));
         CHECK_EQUAL(tree.getInt("a/n/c"), 7);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <memory>
+
+#include "BrwLogger/BrwScriptErrorCapture.h"
 #include "BrwMain/BrwTest.h"
 
 namespace Brw {
@@ -25,6 +28,8 @@ private:
     bool testReferenceReading();
     bool testReferenceWriting();
     bool testScriptFilePath();
+
+    std::unique_ptr<ScriptErrorCapture> fScriptErrors; // the script errors provoked here, while it runs
 };
 
 } // namespace Brw

@@ -76,8 +76,77 @@ std::shared_ptr<OMStored> ExpressionParser::scratchNode() {
     return OMStored::undefinedFactory();
 }
 
-void ExpressionParser::reportError(const std::string& message) {
-    ScriptErrorLog::report(message);
+void ExpressionParser::reportError(const TaskPtr& task, const std::string& message) {
+    if (! task->isStatementAbandoned()) {
+        ScriptErrorLog::report(message);
+    }
+}
+
+bool ExpressionParser::endsAtLineEnd(ParseType parseType, uint64_t parenNesting) {
+    return parenNesting == 0 || parseType == PARSE_BRANCH || parseType == PARSE_RETURN_VALUE ||
+           parseType == PARSE_FOR_BODY;
+}
+
+void ExpressionParser::abandonStatement_yielding(const TaskPtr& task, const StreamPtr& stream,
+                                                 bool endsAtLineEnd) {
+    struct LocalVariableState : OMFunctionState {
+        uint64_t depth = 0;     // brackets opened in the skipped text and not yet closed
+        int quote = 0;          // the quote of a text being skipped, 0 outside texts
+        bool isEscaped = false; // a backslash in a text came before this character
+        int c = AT_END;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    if (! task->isStatementAbandoned()) {
+        reportError(task, "expression nested too deeply");
+        task->setStatementAbandoned(true);
+    }
+    for (;;) {
+        YIELDING_CALL(OMStored::peekChar_yielding(task, frame->c, stream));
+        const int c = frame->c;
+        if (c == AT_END) {
+            break;
+        }
+        if (frame->quote != 0) {
+            frame->isEscaped = ! frame->isEscaped && c == '\\';
+            if (! frame->isEscaped && c == frame->quote) {
+                frame->quote = 0;
+            }
+        } else if (c == '"' || c == '\'') {
+            frame->quote = c;
+        } else if (c == '(' || c == '[' || c == '{') {
+            ++frame->depth;
+        } else if (c == ')' || c == ']' || c == '}') {
+            if (frame->depth == 0) {
+                break;
+            }
+            --frame->depth;
+        } else if (frame->depth == 0 && (c == ',' || c == ';' || (endsAtLineEnd && isLineEnd(c)))) {
+            break;
+        }
+        stream->next();
+    }
+    YIELDING_END;
+}
+
+void ExpressionParser::takeBackAbandonedStatement_yielding(const TaskPtr& task, bool& wasAbandoned,
+                                                           bool isParsed, const StreamPtr& stream) {
+    struct LocalVariableState : OMFunctionState {
+        int c = AT_END;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, wasAbandoned = task->isStatementAbandoned());
+    if (! wasAbandoned) {
+        YIELDING_FINISH;
+    }
+    // A statement that didn't parse stopped anywhere in its text: what is left of its line goes with it.
+    while (! isParsed) {
+        YIELDING_CALL(OMStored::peekChar_yielding(task, frame->c, stream));
+        if (frame->c == AT_END || isLineEnd(frame->c)) {
+            break;
+        }
+        stream->next();
+    }
+    task->setStatementAbandoned(false);
+    YIELDING_END;
 }
 
 // ---- characters ----
@@ -99,7 +168,7 @@ void ExpressionParser::peekCode_yielding(const TaskPtr& task, bool& success, int
         YIELDING_CALL(OMStored::parseComment_yielding(task, frame->isComment, frame->errorMessage, stream));
         if (! frame->isComment) {
             if (! frame->errorMessage.empty()) {
-                reportError(frame->errorMessage);
+                reportError(task, frame->errorMessage);
                 YIELDING_FINISH;
             }
             c = '/';
@@ -137,8 +206,11 @@ void ExpressionParser::parseExpression_yielding(const TaskPtr& task, bool& succe
         bool isOperandNext = true; // which phase comes next
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
-    if (StackGuard::isNearlyExhausted()) {
-        reportError("expression nested too deeply");
+    if (parenNesting > MAX_NESTING_DEPTH || StackGuard::isNearlyExhausted()) {
+        // The constructs around go on to their ends: the statement is dropped whole, with one message.
+        YIELDING_CALL(abandonStatement_yielding(task, stream, endsAtLineEnd(parseType, parenNesting)));
+        result = OMStored::errorFactory();
+        success = true;
         YIELDING_FINISH;
     }
     for (;;) {
@@ -202,6 +274,11 @@ void ExpressionParser::operand_yielding(const TaskPtr& task, Outcome& outcome, c
         }
         frame->first = frame->c;
         if (frame->first == '+' || frame->first == '-' || frame->first == '!' || frame->first == '~') {
+            if (parenNesting + list.unOps.size() >= MAX_NESTING_DEPTH) {
+                YIELDING_CALL(
+                    abandonStatement_yielding(task, stream, endsAtLineEnd(parseType, parenNesting)));
+                YIELDING_FINISH;
+            }
             stream->next();
             if (frame->first == '+' || frame->first == '-') {
                 YIELDING_CALL(OMStored::peekChar_yielding(task, frame->c, stream));
@@ -228,12 +305,12 @@ void ExpressionParser::operand_yielding(const TaskPtr& task, Outcome& outcome, c
             YIELDING_CALL(parseExpression_yielding(task, frame->success, frame->node, stream,
                                                    parenNesting + 1, PARSE_STATEMENT));
             if (! frame->success) {
-                reportError("parenthesized subexpression parse failed");
+                reportError(task, "parenthesized subexpression parse failed");
                 YIELDING_FINISH;
             }
             YIELDING_CALL(skipSpace_yielding(task, frame->success, frame->c, stream, false));
             if (! frame->success || frame->c != ')') {
-                reportError("expected closing ')'");
+                reportError(task, "expected closing ')'");
                 YIELDING_FINISH;
             }
             stream->next();
@@ -254,7 +331,7 @@ void ExpressionParser::operand_yielding(const TaskPtr& task, Outcome& outcome, c
                     YIELDING_CALL(OMStored::peekChar_yielding(task, frame->c, stream));
                 }
                 if (frame->c != '<') {
-                    reportError("unexpected character");
+                    reportError(task, "unexpected character");
                     YIELDING_FINISH;
                 }
                 stream->next();
@@ -264,14 +341,15 @@ void ExpressionParser::operand_yielding(const TaskPtr& task, Outcome& outcome, c
                 YIELDING_CALL(frame->literal->parseString_yielding(task, frame->success, frame->errorMessage,
                                                                    stream, frame->first));
             } else {
-                YIELDING_CALL(frame->literal->parseNum_yielding(task, frame->success, stream, -3));
+                YIELDING_CALL(frame->literal->parseNum_yielding(task, frame->success, stream,
+                                                                OMStored::NUMBER_SCRIPT_LITERAL));
                 if (! frame->success) {
                     frame->errorMessage = "number parse failed";
                 }
             }
             if (! frame->success) {
                 if (! frame->errorMessage.empty()) {
-                    reportError(frame->errorMessage);
+                    reportError(task, frame->errorMessage);
                 }
                 YIELDING_FINISH;
             }
@@ -295,7 +373,7 @@ void ExpressionParser::operand_yielding(const TaskPtr& task, Outcome& outcome, c
             outcome = frame->success ? OUTCOME_OPERAND : OUTCOME_FAILED;
             YIELDING_FINISH;
         }
-        reportError("unexpected character");
+        reportError(task, "unexpected character");
         YIELDING_FINISH;
     }
     YIELDING_END;
@@ -351,7 +429,7 @@ void ExpressionParser::operator_yielding(const TaskPtr& task, Outcome& outcome, 
                 outcome = OUTCOME_OPERATOR;
             } else if (frame->first == ',' &&
                        (parseType == PARSE_CONDITIONAL_FIRST || parseType == PARSE_RETURN_VALUE)) {
-                reportError("unexpected parseType");
+                reportError(task, "unexpected parseType");
             } else {
                 if (frame->first == ';' && (parseType == PARSE_BRANCH || parseType == PARSE_FOR_BODY ||
                                             parseType == PARSE_RETURN_VALUE)) {
@@ -401,7 +479,7 @@ void ExpressionParser::operator_yielding(const TaskPtr& task, Outcome& outcome, 
                 binOp = consumed ? COMPARE_EQ : ASSIGN;
             } else if (first == '!') {
                 if (second != '=') {
-                    reportError("unexpected character after !");
+                    reportError(task, "unexpected character after !");
                     YIELDING_FINISH;
                 }
                 consumed = 1;
@@ -414,11 +492,15 @@ void ExpressionParser::operator_yielding(const TaskPtr& task, Outcome& outcome, 
                 list.addBinOp(binOp);
             }
         }
+        if (parenNesting + list.nestingBinOps > MAX_NESTING_DEPTH) {
+            YIELDING_CALL(abandonStatement_yielding(task, stream, endsAtLineEnd(parseType, parenNesting)));
+            YIELDING_FINISH;
+        }
         if (frame->postfix != UNOP_NONE) {
             YIELDING_CALL(
                 OMNode::registerUnaryOperation_yielding(task, frame->node, frame->postfix, frame->node));
             if (! frame->node) {
-                reportError("failed to push to operand task");
+                reportError(task, "failed to push to operand task");
                 YIELDING_FINISH;
             }
             list.operands.push_back(frame->node);
@@ -475,7 +557,7 @@ void ExpressionParser::word_yielding(const TaskPtr& task, Outcome& outcome, cons
         YIELDING_FINISH;
     }
     if (frame->token == _else) {
-        reportError("unexpected keyword");
+        reportError(task, "unexpected keyword");
         YIELDING_FINISH;
     }
     if (frame->token == _function) {
@@ -502,7 +584,7 @@ void ExpressionParser::word_yielding(const TaskPtr& task, Outcome& outcome, cons
         YIELDING_CALL(parseExpression_yielding(task, frame->success, frame->node, stream, parenNesting + 1,
                                                PARSE_RETURN_VALUE));
         if (! frame->success) {
-            reportError("parse error in return value");
+            reportError(task, "parse error in return value");
         } else {
             frame->node = frame->node->wrapReturnValue();
             frame->success = static_cast<bool>(frame->node);
@@ -523,7 +605,7 @@ void ExpressionParser::word_yielding(const TaskPtr& task, Outcome& outcome, cons
         } else if (frame->token == _undefined) {
             frame->node = OMStored::undefinedFactory();
         } else {
-            reportError("unexpected token");
+            reportError(task, "unexpected token");
             frame->success = false;
         }
     }
@@ -585,7 +667,7 @@ void ExpressionParser::chain_yielding(const TaskPtr& task, Outcome& outcome, con
                 YIELDING_CALL(parseExpression_yielding(task, frame->success, frame->node, stream,
                                                        parenNesting + 1, PARSE_ARGUMENT));
                 if (! frame->success) {
-                    reportError("argument parse failed");
+                    reportError(task, "argument parse failed");
                     YIELDING_FINISH;
                 }
                 frame->arguments->push_back(frame->node);
@@ -593,7 +675,7 @@ void ExpressionParser::chain_yielding(const TaskPtr& task, Outcome& outcome, con
                 if (frame->success && frame->c == ',') {
                     stream->next();
                 } else if (frame->success && frame->c != ')') {
-                    reportError("expected ',' or ')'; argument list parse failed");
+                    reportError(task, "expected ',' or ')'; argument list parse failed");
                     YIELDING_FINISH;
                 }
             }
@@ -628,7 +710,7 @@ void ExpressionParser::chain_yielding(const TaskPtr& task, Outcome& outcome, con
                 stream->next();
             }
             if (frame->word.empty()) {
-                reportError("unexpected character");
+                reportError(task, "unexpected character");
                 YIELDING_FINISH;
             }
             frame->token = OMStored::getToken(frame->word);
@@ -642,18 +724,18 @@ void ExpressionParser::chain_yielding(const TaskPtr& task, Outcome& outcome, con
             YIELDING_CALL(parseExpression_yielding(task, frame->success, frame->node, stream,
                                                    parenNesting + 1, PARSE_INNER));
             if (! frame->success) {
-                reportError("parse error in index value");
+                reportError(task, "parse error in index value");
                 YIELDING_FINISH;
             }
             YIELDING_CALL(skipSpace_yielding(task, frame->success, frame->c, stream, false));
             if (! frame->success || frame->c != ']') {
-                reportError("closing ']' expected");
+                reportError(task, "closing ']' expected");
                 YIELDING_FINISH;
             }
             stream->next();
             if (frame->node->getType() == OMType::Int) {
                 if (frame->node->getInt() < 0) {
-                    reportError("negative index value");
+                    reportError(task, "negative index value");
                     YIELDING_FINISH;
                 }
                 frame->chain = OMStored::factory(std::make_shared<OMExpressionLValueIndex>(
@@ -699,27 +781,27 @@ void ExpressionParser::conditional_yielding(const TaskPtr& task, Outcome& outcom
     YIELDING_CALL(parseExpression_yielding(task, frame->success, frame->first, stream, parenNesting + 1,
                                            PARSE_CONDITIONAL_FIRST));
     if (! frame->success) {
-        reportError("invalid first value");
+        reportError(task, "invalid first value");
         YIELDING_FINISH;
     }
     YIELDING_CALL(scratchNode()->parseChars_yielding(task, frame->success, stream, ":"));
     if (! frame->success) {
-        reportError("missing : in ?:");
+        reportError(task, "missing : in ?:");
         YIELDING_FINISH;
     }
     YIELDING_CALL(
         parseExpression_yielding(task, frame->success, frame->second, stream, parenNesting + 1, PARSE_INNER));
     if (! frame->success) {
-        reportError("invalid second value");
+        reportError(task, "invalid second value");
         YIELDING_FINISH;
     }
     YIELDING_CALL(OMNode::registerTernaryOperation_yielding(
         task, frame->holder, CONDITIONAL, OMStored::undefinedFactory(), frame->first, frame->second));
     if (! frame->holder) {
-        reportError("failed to register ternary operation");
+        reportError(task, "failed to register ternary operation");
         YIELDING_FINISH;
     }
-    list.addBinOp(static_cast<BinOp>(23));
+    list.addBinOp(CONDITIONAL_LEVEL);
     list.operands.push_back(frame->holder);
     outcome = OUTCOME_OPERAND;
     YIELDING_END;
@@ -749,7 +831,7 @@ void ExpressionParser::array_yielding(const TaskPtr& task, bool& success, NodePt
         YIELDING_CALL(parseExpression_yielding(task, frame->ok, frame->element, stream, parenNesting + 1,
                                                PARSE_ARRAY_ELEMENT));
         if (! frame->ok) {
-            reportError("parse error in array");
+            reportError(task, "parse error in array");
             YIELDING_FINISH;
         }
         result->push(frame->element);
@@ -763,8 +845,8 @@ void ExpressionParser::array_yielding(const TaskPtr& task, bool& success, NodePt
             stream->next();
             break;
         } else {
-            reportError(frame->c == AT_END ? "unexpected end of inputStream"
-                                           : "unexpected character expecting , or ] in array");
+            reportError(task, frame->c == AT_END ? "unexpected end of inputStream"
+                                                 : "unexpected character expecting , or ] in array");
             YIELDING_FINISH;
         }
     }
@@ -790,7 +872,7 @@ void ExpressionParser::braces_yielding(const TaskPtr& task, bool& success, NodeP
         YIELDING_FINISH;
     }
     if (frame->c == AT_END) {
-        reportError("unexpected end of inputStream");
+        reportError(task, "unexpected end of inputStream");
         YIELDING_FINISH;
     }
     if (frame->c == '}') {
@@ -804,7 +886,7 @@ void ExpressionParser::braces_yielding(const TaskPtr& task, bool& success, NodeP
         parseExpression_yielding(task, frame->ok, frame->first, stream, parenNesting + 1, PARSE_INNER));
     if (! frame->ok) {
         if (! stream->setPos(frame->bracePos)) {
-            reportError("invalid expression in sequence");
+            reportError(task, "invalid expression in sequence");
             YIELDING_FINISH;
         }
         YIELDING_CALL(objectLiteral_yielding(task, success, result, stream, parenNesting, ""));
@@ -825,12 +907,12 @@ void ExpressionParser::braces_yielding(const TaskPtr& task, bool& success, NodeP
     } else {
         frame->key = frame->first->getAsIdentifier();
         if (frame->key.empty()) {
-            reportError("invalid property");
+            reportError(task, "invalid property");
             YIELDING_FINISH;
         }
     }
     if (frame->key.empty()) {
-        reportError("empty property name");
+        reportError(task, "empty property name");
         YIELDING_FINISH;
     }
     stream->next();
@@ -871,8 +953,8 @@ void ExpressionParser::objectLiteral_yielding(const TaskPtr& task, bool& success
                 YIELDING_CALL(frame->quoted->parseString_yielding(task, frame->ok, frame->errorMessage,
                                                                   stream, frame->c));
                 if (! frame->ok) {
-                    reportError(frame->errorMessage.empty() ? "invalid character in attribute name"
-                                                            : frame->errorMessage);
+                    reportError(task, frame->errorMessage.empty() ? "invalid character in attribute name"
+                                                                  : frame->errorMessage);
                     YIELDING_FINISH;
                 }
                 frame->key = frame->quoted->getString();
@@ -886,12 +968,12 @@ void ExpressionParser::objectLiteral_yielding(const TaskPtr& task, bool& success
                     stream->next();
                 }
                 if (frame->c != ':' && ! OMStored::isWhitespace(frame->c) && frame->c != '/') {
-                    reportError("invalid character in attribute name");
+                    reportError(task, "invalid character in attribute name");
                     YIELDING_FINISH;
                 }
             } else {
-                reportError(frame->c == AT_END ? "unexpected end of inputStream"
-                                               : "invalid character while expecting attribute name");
+                reportError(task, frame->c == AT_END ? "unexpected end of inputStream"
+                                                     : "invalid character while expecting attribute name");
                 YIELDING_FINISH;
             }
             YIELDING_CALL(skipSpace_yielding(task, frame->ok, frame->c, stream, false));
@@ -903,7 +985,7 @@ void ExpressionParser::objectLiteral_yielding(const TaskPtr& task, bool& success
         YIELDING_CALL(parseExpression_yielding(task, frame->ok, frame->value, stream, parenNesting + 1,
                                                PARSE_OBJECT_VALUE));
         if (! frame->ok) {
-            reportError("parse error in object");
+            reportError(task, "parse error in object");
             YIELDING_FINISH;
         }
         YIELDING_CALL(result->set_yielding(task, frame->stored, frame->key, frame->value));
@@ -917,8 +999,8 @@ void ExpressionParser::objectLiteral_yielding(const TaskPtr& task, bool& success
             break;
         }
         if (frame->c != ',') {
-            reportError(frame->c == AT_END ? "unexpected end of inputStream"
-                                           : "unexpected character expecting , or }");
+            reportError(task, frame->c == AT_END ? "unexpected end of inputStream"
+                                                 : "unexpected character expecting , or }");
             YIELDING_FINISH;
         }
         stream->next();
@@ -947,7 +1029,7 @@ void ExpressionParser::block_yielding(const TaskPtr& task, bool& success, NodePt
             YIELDING_FINISH;
         }
         if (frame->c == AT_END) {
-            reportError("unexpected end of inputStream");
+            reportError(task, "unexpected end of inputStream");
             YIELDING_FINISH;
         }
         if (frame->c == '}') {
@@ -963,7 +1045,7 @@ void ExpressionParser::block_yielding(const TaskPtr& task, bool& success, NodePt
         YIELDING_CALL(parseExpression_yielding(task, frame->ok, frame->statement, stream, parenNesting + 1,
                                                PARSE_INNER));
         if (! frame->ok || stream->getPos() == frame->startPos) {
-            reportError("invalid expression in sequence");
+            reportError(task, "invalid expression in sequence");
             YIELDING_FINISH;
         }
         if (isDefined(frame->statement) && ! frame->body) {
@@ -972,7 +1054,7 @@ void ExpressionParser::block_yielding(const TaskPtr& task, bool& success, NodePt
             YIELDING_CALL(OMNode::registerBinaryOperation_yielding(task, frame->body, frame->separator,
                                                                    frame->body, frame->statement));
             if (! frame->body) {
-                reportError("failed to register binary operation");
+                reportError(task, "failed to register binary operation");
                 YIELDING_FINISH;
             }
         }
@@ -996,13 +1078,13 @@ void ExpressionParser::condition_yielding(const TaskPtr& task, bool& success, No
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
     if (! success || frame->c != '(') {
-        reportError(missingParenMessage);
+        reportError(task, missingParenMessage);
         success = false;
         YIELDING_FINISH;
     }
     YIELDING_CALL(parseExpression_yielding(task, success, result, stream, parenNesting + 1, PARSE_INNER));
     if (! success) {
-        reportError(failureMessage);
+        reportError(task, failureMessage);
     }
     YIELDING_END;
 }
@@ -1014,7 +1096,7 @@ void ExpressionParser::branch_yielding(const TaskPtr& task, bool& success, NodeP
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     YIELDING_CALL(parseExpression_yielding(task, success, result, stream, parenNesting + 1, PARSE_BRANCH));
     if (! success) {
-        reportError("invalid expression");
+        reportError(task, "invalid expression");
     }
     YIELDING_END;
 }
@@ -1055,7 +1137,7 @@ void ExpressionParser::if_yielding(const TaskPtr& task, bool& success, NodePtr& 
         OMNode::registerTernaryOperation_yielding(task, result, IF, frame->condition, frame->yes, frame->no));
     success = static_cast<bool>(result);
     if (! success) {
-        reportError("failed to register ternary operation");
+        reportError(task, "failed to register ternary operation");
     }
     YIELDING_END;
 }
@@ -1081,7 +1163,7 @@ void ExpressionParser::while_yielding(const TaskPtr& task, bool& success, NodePt
         OMNode::registerBinaryOperation_yielding(task, result, WHILE, frame->condition, frame->body));
     success = static_cast<bool>(result);
     if (! success) {
-        reportError("failed to register binary operation");
+        reportError(task, "failed to register binary operation");
     }
     YIELDING_END;
 }
@@ -1099,7 +1181,7 @@ void ExpressionParser::do_yielding(const TaskPtr& task, bool& success, NodePtr& 
     YIELDING_CALL(
         parseExpression_yielding(task, success, frame->body, stream, parenNesting + 1, PARSE_BLOCK));
     if (! success) {
-        reportError("invalid body in do-while");
+        reportError(task, "invalid body in do-while");
         YIELDING_FINISH;
     }
     YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
@@ -1107,7 +1189,7 @@ void ExpressionParser::do_yielding(const TaskPtr& task, bool& success, NodePtr& 
         YIELDING_CALL(scratchNode()->parseKeyword_yielding(task, frame->hasWhile, stream, "while"));
     }
     if (! success || ! frame->hasWhile) {
-        reportError("missing while");
+        reportError(task, "missing while");
         success = false;
         YIELDING_FINISH;
     }
@@ -1120,7 +1202,7 @@ void ExpressionParser::do_yielding(const TaskPtr& task, bool& success, NodePtr& 
         OMNode::registerBinaryOperation_yielding(task, result, DO_WHILE, frame->body, frame->condition));
     success = static_cast<bool>(result);
     if (! success) {
-        reportError("failed to parse do-while");
+        reportError(task, "failed to parse do-while");
     }
     YIELDING_END;
 }
@@ -1139,7 +1221,7 @@ void ExpressionParser::for_yielding(const TaskPtr& task, bool& success, NodePtr&
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
     if (! success || frame->c != '(') {
-        reportError("expected '(' in for");
+        reportError(task, "expected '(' in for");
         success = false;
         YIELDING_FINISH;
     }
@@ -1153,7 +1235,7 @@ void ExpressionParser::for_yielding(const TaskPtr& task, bool& success, NodePtr&
             YIELDING_CALL(parseExpression_yielding(task, success, frame->clauses[frame->clause], stream,
                                                    parenNesting + 1, PARSE_FOR_CLAUSE));
             if (! success) {
-                reportError(clauseErrors[frame->clause]);
+                reportError(task, clauseErrors[frame->clause]);
                 YIELDING_FINISH;
             }
             YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
@@ -1164,7 +1246,7 @@ void ExpressionParser::for_yielding(const TaskPtr& task, bool& success, NodePtr&
     YIELDING_CALL(
         parseExpression_yielding(task, success, frame->body, stream, parenNesting + 1, PARSE_FOR_BODY));
     if (! success) {
-        reportError("invalid expression in 'for' body");
+        reportError(task, "invalid expression in 'for' body");
         YIELDING_FINISH;
     }
     success = false;
@@ -1188,7 +1270,7 @@ void ExpressionParser::for_yielding(const TaskPtr& task, bool& success, NodePtr&
     }
     success = static_cast<bool>(result);
     if (! success) {
-        reportError("failed to register binary operation");
+        reportError(task, "failed to register binary operation");
     }
     YIELDING_END;
 }
@@ -1210,8 +1292,8 @@ void ExpressionParser::function_yielding(const TaskPtr& task, bool& success, Nod
         YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
     }
     if (! success || frame->c != '(') {
-        reportError(frame->name.empty() ? "expected function name or parameter list"
-                                        : "expected '(' for parameter list");
+        reportError(task, frame->name.empty() ? "expected function name or parameter list"
+                                              : "expected '(' for parameter list");
         success = false;
         YIELDING_FINISH;
     }
@@ -1223,12 +1305,12 @@ void ExpressionParser::function_yielding(const TaskPtr& task, bool& success, Nod
         YIELDING_CALL(parseExpression_yielding(task, success, frame->parameter, stream, parenNesting + 1,
                                                PARSE_PARAMETER));
         if (! success) {
-            reportError("cannot parse parameter");
+            reportError(task, "cannot parse parameter");
             YIELDING_FINISH;
         }
         if (frame->parameter->getAsIdentifier().empty() ||
             ! frame->signature->addParameter(frame->parameter->getAsIdentifier())) {
-            reportError("empty parameter name");
+            reportError(task, "empty parameter name");
             success = false;
             YIELDING_FINISH;
         }
@@ -1237,7 +1319,7 @@ void ExpressionParser::function_yielding(const TaskPtr& task, bool& success, Nod
             stream->next();
             YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
         } else if (success && frame->c != ')') {
-            reportError("expected ')' or ',' in parameter list");
+            reportError(task, "expected ')' or ',' in parameter list");
             success = false;
             YIELDING_FINISH;
         }
@@ -1248,7 +1330,7 @@ void ExpressionParser::function_yielding(const TaskPtr& task, bool& success, Nod
     stream->next();
     YIELDING_CALL(skipSpace_yielding(task, success, frame->c, stream, false));
     if (! success || frame->c != '{') {
-        reportError("no function scope '{'");
+        reportError(task, "no function scope '{'");
         success = false;
         YIELDING_FINISH;
     }
@@ -1288,7 +1370,7 @@ void ExpressionParser::functionBody_yielding(const TaskPtr& task, bool& success,
     YIELDING_CALL(
         parseExpression_yielding(task, success, frame->first, stream, parenNesting + 1, PARSE_BLOCK));
     if (! success) {
-        reportError("invalid scope");
+        reportError(task, "invalid scope");
         YIELDING_FINISH;
     }
     YIELDING_CALL(block_yielding(task, success, result, stream, parenNesting, frame->first));
@@ -1306,7 +1388,7 @@ void ExpressionParser::pushOperand_yielding(const TaskPtr& task, bool& success, 
         YIELDING_CALL(OMNode::registerUnaryOperation_yielding(task, operand, list.unOps.back(), operand));
         list.unOps.pop_back();
         if (! operand) {
-            reportError("failed to push to operand task");
+            reportError(task, "failed to push to operand task");
             YIELDING_FINISH;
         }
     }
@@ -1357,7 +1439,7 @@ void ExpressionParser::fold_yielding(const TaskPtr& task, bool& success, NodePtr
                 list.operands.push_back(frame->current);
                 list.binOps.push_back(frame->binOps[frame->i]);
                 frame->current = frame->next;
-            } else if (frame->level == 23) {
+            } else if (frame->level == CONDITIONAL_LEVEL) {
                 // The values of `?:` wait in a ternary without a condition.
                 {
                     auto holder =
@@ -1399,6 +1481,7 @@ void ExpressionParser::parseExpressionList_yielding(const TaskPtr& task, bool& s
     struct LocalVariableState : OMFunctionState {
         uint64_t statementCount = 0;
         uint64_t startPos = 0;
+        bool wasAbandoned = false; // the parser gave the statement up
         NodePtr total;
         NodePtr current;
         bool ok = false;
@@ -1408,7 +1491,7 @@ void ExpressionParser::parseExpressionList_yielding(const TaskPtr& task, bool& s
     for (;;) {
         YIELDING_CALL(skipSpace_yielding(task, frame->ok, frame->c, stream, false));
         if (! frame->ok) {
-            reportError("parsing failed");
+            reportError(task, "parsing failed");
             YIELDING_FINISH;
         }
         if (frame->c == AT_END) {
@@ -1416,8 +1499,9 @@ void ExpressionParser::parseExpressionList_yielding(const TaskPtr& task, bool& s
         }
         frame->startPos = stream->getPos();
         YIELDING_CALL(parseExpression_yielding(task, frame->ok, frame->current, stream, 0, PARSE_STATEMENT));
-        if (! frame->ok) {
-            reportError("parsing failed");
+        YIELDING_CALL(takeBackAbandonedStatement_yielding(task, frame->wasAbandoned, frame->ok, stream));
+        if (! frame->ok || frame->wasAbandoned) {
+            reportError(task, "parsing failed");
             YIELDING_FINISH;
         }
         if (stream->getPos() == frame->startPos) {
@@ -1431,7 +1515,7 @@ void ExpressionParser::parseExpressionList_yielding(const TaskPtr& task, bool& s
             YIELDING_CALL(OMNode::registerBinaryOperation_yielding(task, frame->total, SEMICOLON,
                                                                    frame->total, frame->current));
             if (! frame->total) {
-                reportError("parsing failed");
+                reportError(task, "parsing failed");
                 YIELDING_FINISH;
             }
         }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "BrwParser/BrwIOMNode.h"
+#include "BrwParser/BrwScriptLimits.h"
 #include "BrwParser/BrwToken.h"
 
 namespace Brw {
@@ -31,12 +32,18 @@ enum ParseType : int32_t {
     PARSE_RETURN_VALUE = 12,
 };
 
+// The fold level of `?:`: between `||` and `=`, a level that no binary operator has. The values of a `?:`
+// wait in the operand list behind it until the fold reaches this level.
+constexpr BinOp CONDITIONAL_LEVEL = static_cast<BinOp>(BOOL_OR + 1);
+static_assert(CONDITIONAL_LEVEL < ASSIGN);
+
 // The operands of one expression, flat, with the binary operators between them; folded into one tree
 // when the expression ends, one operator level at a time.
 struct OperandList {
     std::vector<std::shared_ptr<IOMNode>> operands; // in source order
     std::vector<BinOp> binOps;                      // between them: one fewer when complete
     uint32_t usedBinOps = 0;                        // a bit for each level that occurs
+    uint64_t nestingBinOps = 0;                     // those whose chains fold into a nest of their own
     std::vector<UnOp> unOps;                        // prefix operators waiting for the next operand
 
     bool isComplete() const {
@@ -45,6 +52,10 @@ struct OperandList {
     void addBinOp(BinOp binOp) {
         binOps.push_back(binOp);
         usedBinOps |= 1u << binOp;
+        // Chains of these fold into one flat sequence; every other operator nests its left side.
+        if (binOp != ADD && binOp != COMMA && binOp != SEMICOLON) {
+            ++nestingBinOps;
+        }
     }
 };
 
@@ -59,14 +70,22 @@ public:
     using TaskPtr = std::shared_ptr<Task>;
     using StreamPtr = std::shared_ptr<InputStream>;
 
+    // Past ScriptLimits::NESTING_DEPTH the statement is given up with "expression nested too deeply" and
+    // the next one is read.
+    static constexpr uint64_t MAX_NESTING_DEPTH = ScriptLimits::NESTING_DEPTH;
+
     // One expression into `result`; on failure an error message has been reported.
     static void parseExpression_yielding(const TaskPtr& task, bool& success, NodePtr& result,
                                          const StreamPtr& stream, uint64_t parenNesting, ParseType parseType);
     // All statements of a stream, joined by `;`, into `result`, without evaluating.
     static void parseExpressionList_yielding(const TaskPtr& task, bool& success, NodePtr& result,
                                              const StreamPtr& stream);
-    // Reports a parse error: one line in the script error log.
-    static void reportError(const std::string& message);
+    // Reports a parse error: one line in the script error log, unless the statement has been given up.
+    static void reportError(const TaskPtr& task, const std::string& message);
+    // The statement loop's part when the parser gave up a statement: the rest of a statement that didn't
+    // parse is dropped up to its line end, and the mark is taken back. True when a statement was given up.
+    static void takeBackAbandonedStatement_yielding(const TaskPtr& task, bool& wasAbandoned, bool isParsed,
+                                                    const StreamPtr& stream);
 
 private:
     enum Outcome : int32_t {
@@ -125,6 +144,13 @@ private:
     static void condition_yielding(const TaskPtr& task, bool& success, NodePtr& result,
                                    const StreamPtr& stream, uint64_t parenNesting,
                                    const char* missingParenMessage, const char* failureMessage);
+
+    // Past the nesting limit: reports it once, marks the statement given up, and skips the rest of the
+    // construct being read as balanced text (up to a closer, `,` or `;` of the enclosing construct, or the
+    // line end when `endsAtLineEnd`), so that the constructs around it find where theirs end.
+    static void abandonStatement_yielding(const TaskPtr& task, const StreamPtr& stream, bool endsAtLineEnd);
+    // True when a construct of this kind at this nesting ends at a line end.
+    static bool endsAtLineEnd(ParseType parseType, uint64_t parenNesting);
 
     static bool isIdentifierStart(int c);
     static std::shared_ptr<OMStored> scratchNode();

@@ -16,8 +16,6 @@ namespace {
 
 using NodePtr = std::shared_ptr<IOMNode>;
 
-std::string gSavedScriptErrorFile; // restored by teardown
-
 NodePtr lit(OMInt value) {
     return OMStored::factory(value);
 }
@@ -134,16 +132,12 @@ std::shared_ptr<OMScope> freshScope() {
 } // namespace
 
 bool ExpressionTest::setup() {
-    // Script errors provoked here go to a file of the test's own.
-    gSavedScriptErrorFile = ScriptErrorLog::getFile();
-    ScriptErrorLog::setFile(
-        (std::filesystem::temp_directory_path() / "brw-expression-test-errors.txt").string());
-    return true;
+    fScriptErrors = std::make_unique<ScriptErrorCapture>();
+    return fScriptErrors->isCapturing();
 }
 
 bool ExpressionTest::teardown() {
-    std::remove(ScriptErrorLog::getFile().c_str());
-    ScriptErrorLog::setFile(gSavedScriptErrorFile);
+    fScriptErrors.reset();
     return true;
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <memory>
+
+#include "BrwLogger/BrwScriptErrorCapture.h"
 #include "BrwMain/BrwTest.h"
 
 namespace Brw {
@@ -22,6 +25,8 @@ private:
     bool testRecursion();
     bool testNamesAndElements();
     bool testPrintedForms();
+
+    std::unique_ptr<ScriptErrorCapture> fScriptErrors; // the script errors provoked here, while it runs
 };
 
 } // namespace Brw

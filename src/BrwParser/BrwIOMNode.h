@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "BrwParser/BrwOMContainerRegistry.h"
 #include "BrwUtils/BrwHash.h"
 
 namespace Brw {
@@ -39,8 +40,6 @@ enum class OMType : int32_t {
 
 using OMInt = int64_t;
 using OMFloat = double;
-using OMArray = std::vector<std::shared_ptr<IOMNode>>;
-using OMMap = std::unordered_map<std::string, std::shared_ptr<IOMNode>, FNV1aHash>;
 // The call arguments of a function-style access; usually empty.
 using OMArgs = std::shared_ptr<std::vector<std::shared_ptr<IOMNode>>>;
 

@@ -34,7 +34,7 @@ int InputStreamConsole::readChar() {
     }
     char byte = 0;
     const long count = readable < 0 ? -1 : Terminal::readBytes(fFd, &byte, 1);
-    if (count == -2) {
+    if (count == Terminal::READ_WOULD_BLOCK) {
         return NOTHING_YET;
     }
     // NOTE: a raw terminal hands Ctrl-D over as a character; it ends the input as it would in the

@@ -22,7 +22,7 @@ int InputStreamStdIn::fillReadBuffer() {
     }
     char block[READ_BLOCK_SIZE];
     const long count = readable < 0 ? -1 : Terminal::readBytes(fFd, block, sizeof(block));
-    if (count == -2) {
+    if (count == Terminal::READ_WOULD_BLOCK) {
         return NOTHING_YET;
     }
     if (count <= 0) {

@@ -5,8 +5,10 @@
 #include <utility>
 
 #include "BrwLogger/BrwCheck.h"
+#include "BrwLogger/BrwScriptErrorLog.h"
 #include "BrwParser/BrwOMAccessor.h"
 #include "BrwParser/BrwOMNode.h"
+#include "BrwParser/BrwOMValuePath.h"
 
 namespace Brw {
 
@@ -28,9 +30,20 @@ std::vector<Entry> entriesOf(const IOMNode& omNode) {
     return entries;
 }
 
+// What the human form shows for a container that holds itself, or is nested deeper than it goes.
+constexpr const char* VALUE_NOT_SHOWN = "...";
+
+// The exchange form can't show such a container: it is reported and stands as null.
+std::string unstringifiable(const OMValuePath::Step& step) {
+    ScriptErrorLog::report(step.isCycle() ? "cannot stringify a value that holds itself"
+                                          : "cannot stringify a value nested too deeply");
+    return "null";
+}
+
 } // namespace
 
 std::string OMAccessor::toStringNode(const IOMNode& omNode) {
+    static OMValuePath path;
     switch (omNode.getType()) {
     case OMType::Undefined:
     case OMType::Null:
@@ -47,6 +60,10 @@ std::string OMAccessor::toStringNode(const IOMNode& omNode) {
     case OMType::String:
         return omNode.getString();
     case OMType::Array: {
+        OMValuePath::Step step(path, omNode);
+        if (! step.isEntered()) {
+            return VALUE_NOT_SHOWN;
+        }
         // An element that can't be read is left out.
         std::string text = "[ ";
         bool isFirst = true;
@@ -59,6 +76,10 @@ std::string OMAccessor::toStringNode(const IOMNode& omNode) {
         return text + " ]";
     }
     case OMType::Map: {
+        OMValuePath::Step step(path, omNode);
+        if (! step.isEntered()) {
+            return VALUE_NOT_SHOWN;
+        }
         std::string text = "{ ";
         bool isFirst = true;
         for (const auto& [key, child] : entriesOf(omNode)) {
@@ -75,6 +96,7 @@ std::string OMAccessor::toStringNode(const IOMNode& omNode) {
 }
 
 std::string OMAccessor::stringifyNode(const IOMNode& omNode) {
+    static OMValuePath path;
     switch (omNode.getType()) {
     case OMType::Undefined:
     case OMType::Null:
@@ -93,6 +115,10 @@ std::string OMAccessor::stringifyNode(const IOMNode& omNode) {
     case OMType::Expression:
         return "{" + omNode.toString() + "}";
     case OMType::Array: {
+        OMValuePath::Step step(path, omNode);
+        if (! step.isEntered()) {
+            return unstringifiable(step);
+        }
         // An element that can't be read prints as null.
         std::string text = "[";
         bool isFirst = true;
@@ -103,6 +129,10 @@ std::string OMAccessor::stringifyNode(const IOMNode& omNode) {
         return text + "]";
     }
     case OMType::Map: {
+        OMValuePath::Step step(path, omNode);
+        if (! step.isEntered()) {
+            return unstringifiable(step);
+        }
         std::string text = "{";
         bool isFirst = true;
         for (const auto& [key, child] : entriesOf(omNode)) {

@@ -96,6 +96,11 @@ public:
         return fDirectShape;
     }
 
+    // Whether folding at parse time found no constant here. What a fold needs can't change later (it sees
+    // no variables), so a fold of an expression around this one needn't walk into it again.
+    void markUnfoldable() { fIsUnfoldable = true; }
+    bool isUnfoldable() const { return fIsUnfoldable; }
+
     // The quick form of a function with this body and `signature`, compiled on first need; null when the body
     // has none.
     const OMQuickFunction* getQuickFunction(const std::shared_ptr<FunctionSignature>& signature);
@@ -153,6 +158,7 @@ protected:
 
 private:
     DirectShape fDirectShape = DIRECT_UNKNOWN;          // found on the first evaluation
+    bool fIsUnfoldable = false;                         // folding at parse time found no constant
     std::shared_ptr<FunctionSignature> fQuickSignature; // what the quick form was compiled for, if tried
     std::shared_ptr<OMQuickFunction> fQuickFunction;    // null when the body has none
 

@@ -480,8 +480,13 @@ bool OMExpressionLValueIndexByExpression::findElementDirect(const std::shared_pt
         (parent->getType() != OMType::Map && parent->getType() != OMType::Array)) {
         return false;
     }
-    // An element of a data structure is written through its parent as well: the long way does that.
-    return accessElementDirect(scope, parent, index, SET, element) && element &&
+    // An element of a data structure is written through its parent as well, and a write past the element
+    // limit is reported: the long way does both.
+    const OMStored* stored = parent->getOMStoredRaw();
+    const bool isWithinLimit = index->getType() == OMType::Int && index->getInt() >= 0
+                                   ? stored->isStoreWithinLimit(static_cast<uint64_t>(index->getInt()))
+                                   : stored->isStoreWithinLimit(index->getAsString());
+    return isWithinLimit && accessElementDirect(scope, parent, index, SET, element) && element &&
            ! element->getDataStructureParent();
 }
 

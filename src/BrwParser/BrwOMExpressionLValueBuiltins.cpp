@@ -48,24 +48,32 @@ std::string textOf(const NodePtr& node) {
     return OMAccessor(node).getAsString();
 }
 
-// The parser's base for a radix argument: its integer part, 10 for 1 and below (and NaN); 0, which no
-// parse accepts, above 36.
+// A radix that no number is read in.
+constexpr int UNREADABLE_RADIX = 0;
+
+// The parser's base for a radix argument: its integer part, 10 for 1 and below (and NaN);
+// UNREADABLE_RADIX above 36.
 int baseFromRadix(double radix) {
     if (! (radix >= 2.0)) {
         return 10;
     }
-    return radix < 37.0 ? static_cast<int>(radix) : 0;
+    return radix < 37.0 ? static_cast<int>(radix) : UNREADABLE_RADIX;
 }
 
 // Reads a number from the whole of `text` into `node`, by the script's number rules for `base`; what
 // can't be read leaves the node as it was.
 void parseNumberInto(OMStored& node, const std::string& text, int base) {
-    if (base == 0) {
+    if (base == UNREADABLE_RADIX) {
         return;
     }
     auto stream = std::make_shared<InputStreamString>(text);
     stream->setAtEOF();
     VERIFY(node.parseNum(stream, base));
+}
+
+// Gives `node` the text, or Error past the text limit (reported).
+bool setText(IOMNode& node, const std::string& text) {
+    return ScriptLimits::isTextAllowed(text.size()) ? node.set(text) : node.setError();
 }
 
 // NOTE: only the ASCII letters change: the bytes of a multi-byte UTF-8 letter are left alone, whatever
@@ -220,7 +228,7 @@ NodePtr OMExpressionLValueToken::ftn_parseInt(AccessType, const ScopePtr&,
         NodePtr thisNode = resolution.getArgument(0);
         SANITY_CHECK(thisNode);
         // Without a radix the parser's own rule: decimal, or hexadecimal after "0x".
-        int base = -2;
+        int base = OMStored::NUMBER_INTEGER;
         if (resolution.getArgumentCount() >= 2) {
             NodePtr radixNode = resolution.getArgument(1);
             SANITY_CHECK(radixNode);
@@ -244,7 +252,7 @@ NodePtr OMExpressionLValueToken::ftn_parseFloat(AccessType, const ScopePtr&,
         }
         NodePtr thisNode = resolution.getArgument(0);
         SANITY_CHECK(thisNode);
-        parseNumberInto(*retVal, textOf(thisNode), -1);
+        parseNumberInto(*retVal, textOf(thisNode), OMStored::NUMBER_DECIMAL);
     } while (false);
     return retVal;
 }
@@ -260,7 +268,7 @@ NodePtr OMExpressionLValueToken::ftn_toString(AccessType, const ScopePtr&,
         }
         NodePtr thisNode = resolution.getArgument(0);
         SANITY_CHECK(thisNode);
-        SANITY_CHECK(retVal->set(thisNode->toString()));
+        SANITY_CHECK(setText(*retVal, thisNode->toString()));
     } while (false);
     return retVal;
 }
@@ -274,7 +282,7 @@ NodePtr OMExpressionLValueToken::ftn_stringify(AccessType, const ScopePtr&,
         }
         NodePtr thisNode = resolution.getArgument(0);
         SANITY_CHECK(thisNode);
-        SANITY_CHECK(retVal->set(OMAccessor(thisNode).stringify()));
+        SANITY_CHECK(setText(*retVal, OMAccessor(thisNode).stringify()));
     } while (false);
     return retVal;
 }
@@ -305,7 +313,7 @@ NodePtr OMExpressionLValueToken::ftn_enquote(AccessType, const ScopePtr&,
             const std::string quoteText = textOf(quoteNode);
             quoteChar = quoteText.empty() ? '"' : quoteText[0];
         }
-        SANITY_CHECK(retVal->set(Utils::enquote(textOf(thisNode), quoteChar)));
+        SANITY_CHECK(setText(*retVal, Utils::enquote(textOf(thisNode), quoteChar)));
     } while (false);
     return retVal;
 }

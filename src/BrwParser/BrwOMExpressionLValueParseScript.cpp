@@ -42,9 +42,6 @@ enum class ParseScriptWait : int32_t {
     PROMPT = 2,   // wait for the end, or for a deadline that was given
 };
 
-// Long enough for any script, short enough that the deadline in nanoseconds can't overflow.
-constexpr int64_t MAX_MILLISECONDS = 1000LL * 60 * 60 * 24 * 365 * 100;
-
 // One call: what it asked for and the session that does it. Shared by whoever waits for the session.
 struct ParseScriptCall {
     std::string script;                             // the text to run
@@ -105,7 +102,8 @@ void readOptions(const OMExpressionLValueResolution& resolution, ParseScriptCall
             readWaitMode(option->getString(), call);
         } else if (type == OMType::Int) {
             if (option->getInt() >= 0) {
-                milliseconds += std::min<int64_t>(option->getInt(), MAX_MILLISECONDS - milliseconds);
+                milliseconds +=
+                    std::min<int64_t>(option->getInt(), Clock::LONGEST_MILLISECONDS - milliseconds);
                 hasMilliseconds = true;
             }
         } else {
@@ -120,7 +118,7 @@ void readOptions(const OMExpressionLValueResolution& resolution, ParseScriptCall
         }
     }
     call.hasDeadline = hasMilliseconds || call.wait == ParseScriptWait::TIME_OUT;
-    call.deadline = start + milliseconds * 1000000;
+    call.deadline = start + milliseconds * Clock::NANOSECONDS_PER_MILLISECOND;
 }
 
 // Waits for the session to end, stopping it once the deadline has passed; then `call.output` holds its

@@ -17,6 +17,7 @@
 #include "BrwParser/BrwOMExpressionUnary.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
+#include "BrwParser/BrwOMValuePath.h"
 #include "BrwTask/BrwCallTask.h"
 #include "BrwTask/BrwYielding.h"
 
@@ -28,6 +29,19 @@ namespace {
 double negativeQuietNaN() {
     return -std::numeric_limits<double>::quiet_NaN();
 }
+
+// The hashes of the values that hold no data of their own, and the seed of a map's hash.
+constexpr uint64_t UNDEFINED_HASH = 9999;
+constexpr uint64_t NULL_HASH = 9998;
+constexpr uint64_t TRUE_HASH = 12345;
+constexpr uint64_t FALSE_HASH = 98765;
+constexpr uint64_t NAN_HASH = 8998;
+constexpr uint64_t ERROR_HASH = 1232532227;
+constexpr uint64_t MAP_HASH_SEED = 9996;
+constexpr uint64_t UNWALKED_CONTAINER_HASH = 9995; // a container that holds itself, or nested too deeply
+
+// What the human text forms show for a container that holds itself, or is nested deeper than they go.
+constexpr const char* VALUE_NOT_SHOWN = "...";
 
 uint64_t hashOfWord(uint64_t word) {
     unsigned char bytes[8];
@@ -359,6 +373,11 @@ std::string OMNode::getAsString() const {
     case OMType::String:
         return getString();
     case OMType::Array: {
+        static OMValuePath path;
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return VALUE_NOT_SHOWN;
+        }
         std::string text;
         std::shared_ptr<IOMNodeIterator> iterator = getIterator();
         for (bool first = true; iterator && ! iterator->isAtEnd(); ++*iterator, first = false) {
@@ -387,6 +406,7 @@ std::string OMNode::getAsString() const {
 }
 
 std::string OMNode::toString() const {
+    static OMValuePath path;
     switch (getType()) {
     case OMType::Undefined:
         return "undefined";
@@ -413,6 +433,10 @@ std::string OMNode::toString() const {
     case OMType::String:
         return "\"" + getString() + "\"";
     case OMType::Array: {
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return VALUE_NOT_SHOWN;
+        }
         std::string text = "[";
         std::shared_ptr<IOMNodeIterator> iterator = getIterator();
         for (bool first = true; iterator && ! iterator->isAtEnd(); ++*iterator, first = false) {
@@ -422,6 +446,10 @@ std::string OMNode::toString() const {
         return text + "]";
     }
     case OMType::Map: {
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return VALUE_NOT_SHOWN;
+        }
         std::string text = "{ ";
         bool first = true;
         for (const std::string& key : getKeys()) {
@@ -594,13 +622,14 @@ OMType OMNode::getType(uint64_t idx) const {
 }
 
 uint64_t OMNode::hash() const {
+    static OMValuePath path;
     switch (getType()) {
     case OMType::Undefined:
-        return 9999;
+        return UNDEFINED_HASH;
     case OMType::Null:
-        return 9998;
+        return NULL_HASH;
     case OMType::Bool:
-        return getBool() ? 12345 : 98765;
+        return getBool() ? TRUE_HASH : FALSE_HASH;
     case OMType::Date:
         return hashOfWord(static_cast<uint64_t>(getDate()));
     case OMType::Int:
@@ -618,6 +647,10 @@ uint64_t OMNode::hash() const {
     case OMType::String:
         return FNV1aHash::hashBytes(getString());
     case OMType::Array: {
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return UNWALKED_CONTAINER_HASH;
+        }
         uint64_t hash = 0;
         for (auto iterator = getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
             NodePtr child = **iterator;
@@ -626,7 +659,11 @@ uint64_t OMNode::hash() const {
         return hash;
     }
     case OMType::Map: {
-        uint64_t hash = 9996;
+        OMValuePath::Step step(path, *this);
+        if (! step.isEntered()) {
+            return UNWALKED_CONTAINER_HASH;
+        }
+        uint64_t hash = MAP_HASH_SEED;
         for (auto iterator = getIterator(); iterator && ! iterator->isAtEnd(); ++*iterator) {
             NodePtr child = **iterator;
             hash ^= FNV1aHash::hashBytes(iterator->getKey()) ^ hashOfWord(child ? child->hash() : 0);
@@ -641,7 +678,7 @@ uint64_t OMNode::hash() const {
         return expression->hash();
     }
     case OMType::Error:
-        return 1232532227;
+        return ERROR_HASH;
     case OMType::Function: {
         uint64_t hash = FNV1aHash::hashBytes(getFunctionName());
         if (std::shared_ptr<FunctionSignature> signature = getFunctionSignature()) {
@@ -652,7 +689,7 @@ uint64_t OMNode::hash() const {
         return hash;
     }
     case OMType::NaN:
-        return 8998;
+        return NAN_HASH;
     case OMType::GUID: {
         GUIDClass* guid = getGUID();
         return guid != nullptr ? guid->get().fHigh ^ guid->get().fLow : 0;
@@ -923,6 +960,13 @@ void OMNode::getResolvedNode_yielding(const TaskPtr& task, NodePtr& retVal, Acce
         node->eval_yielding(task, retVal, scope, handleReturnValue);
         return;
     }
+    if (scriptPhase == PARSE && node && node->getType() == OMType::Expression &&
+        ! task->hasPendingFunctionState() && node->getExpression() && node->getExpression()->isUnfoldable()) {
+        // Its own fold found nothing constant, and a second walk wouldn't either: a long chain of operators
+        // would otherwise be walked anew for every operator added.
+        retVal = node;
+        return;
+    }
     if (node && ! task->hasPendingFunctionState()) {
         const OMType type = node->getType();
         if (! scope || (type != OMType::Array && type != OMType::Map && type != OMType::Function &&
@@ -1016,6 +1060,9 @@ void OMNode::foldExpression_yielding(const TaskPtr& task, NodePtr& out,
     YIELDING_CALL(getResolvedNode_yielding(task, frame->resolved, GET, frame->expressionNode, frame->scope,
                                            PARSE, KEEP_RETURN_VALUE));
     out = frame->resolved && frame->resolved->isResolved(PARSE) ? frame->resolved : frame->expressionNode;
+    if (out == frame->expressionNode) {
+        expression->markUnfoldable();
+    }
     YIELDING_END;
 }
 

@@ -198,6 +198,9 @@ public:
 
     // The text of a Float, "%f".
     static std::string floatToString(double value);
+    // Whether `left + right` makes a text within the text limit, counted without copying a text: the
+    // concatenation of `+` where either side is a text; true when neither is. Says nothing either way.
+    static bool isSumWithinTextLimit(const IOMNode& left, const IOMNode& right);
     // The text of a Function: "function name(a, b){body}".
     static std::string functionToString(const IOMNode& node);
 

@@ -6,6 +6,7 @@
 #include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwOMNode.h"
 #include "BrwParser/BrwOMStored.h"
+#include "BrwParser/BrwOMValuePath.h"
 
 namespace Brw {
 
@@ -358,16 +359,35 @@ std::shared_ptr<OMStored> OMNode::unaryOperation(UnOp op, IOMNode& node, NodeReu
 
 // ---- arithmetic ----
 
+namespace {
+
+// The length of a node's text form, without a copy of a stored text.
+uint64_t textSizeOf(const IOMNode& node) {
+    const OMStored* stored = node.getOMStoredRaw();
+    return stored != nullptr && node.getType() == OMType::String ? stored->getTextSize()
+                                                                 : node.getAsString().size();
+}
+
+} // namespace
+
+bool OMNode::isSumWithinTextLimit(const IOMNode& left, const IOMNode& right) {
+    return (left.getType() != OMType::String && right.getType() != OMType::String) ||
+           ScriptLimits::isTextWithinLimit(textSizeOf(left) + textSizeOf(right));
+}
+
 bool OMNode::binop_add(const NodePtr& result, IOMNode& other) {
     bool retVal = false;
     do {
         SANITY_CHECK(result);
         OMStored* self =
             result.get() == static_cast<IOMNode*>(this) ? const_cast<OMStored*>(getOMStoredRaw()) : nullptr;
-        if (self != nullptr && getType() == OMType::String) {
+        const bool isText = getType() == OMType::String || other.getType() == OMType::String;
+        if (isText && ! ScriptLimits::isTextAllowed(textSizeOf(*this) + textSizeOf(other))) {
+            retVal = result->setError();
+        } else if (self != nullptr && getType() == OMType::String) {
             // Writing into the left operand itself: the text grows where it is instead of being copied.
             retVal = self->appendString(other.getAsString());
-        } else if (getType() == OMType::String || other.getType() == OMType::String) {
+        } else if (isText) {
             retVal = result->set(getAsString() + other.getAsString());
         } else {
             retVal = result->setNum(getAsNum() + other.getAsNum());
@@ -502,10 +522,18 @@ bool OMNode::binop_compare_eq(const NodePtr& result, IOMNode& other) {
             std::shared_ptr<OMExpression> otherExpression = other.getExpression();
             SANITY_CHECK(otherExpression);
             isEqual = *expression == *otherExpression;
-        } else if (type == OMType::Array) {
-            SANITY_CHECK(areArraysEqual(*this, other, isEqual));
-        } else if (type == OMType::Map) {
-            SANITY_CHECK(areMapsEqual(*this, other, isEqual));
+        } else if (type == OMType::Array || type == OMType::Map) {
+            static OMValuePath path;
+            OMValuePath::Step step(path, *this);
+            if (! step.isEntered()) {
+                // A container that holds itself, or one nested deeper than comparisons go: equal when it is
+                // the same container.
+                isEqual = OMValuePath::identityOf(*this) == OMValuePath::identityOf(other);
+            } else if (type == OMType::Array) {
+                SANITY_CHECK(areArraysEqual(*this, other, isEqual));
+            } else {
+                SANITY_CHECK(areMapsEqual(*this, other, isEqual));
+            }
         } else {
             retVal = binop_compare_identical(result, other);
             break;

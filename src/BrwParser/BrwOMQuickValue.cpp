@@ -215,13 +215,16 @@ bool OMQuickValue::isQuickUnary(int32_t op) {
 
 bool OMQuickValue::nodeBinary(BinOp op, const OMQuickValue& left, const OMQuickValue& right,
                               OMQuickValue& result) {
-    // A text takes the operators of nodes, which never fail or complain on texts; containers take the long
-    // way.
+    // A text takes the operators of nodes, which never fail on texts; containers take the long way, and so
+    // does a text past the limit, which the long way reports once.
     if (! isQuickBinary(op) || left.isContainer() || right.isContainer()) {
         return false;
     }
     const std::shared_ptr<IOMNode> leftNode = left.fNode ? left.fNode : left.toNode();
     const std::shared_ptr<IOMNode> rightNode = right.fNode ? right.fNode : right.toNode();
+    if (op == ADD && ! OMNode::isSumWithinTextLimit(*leftNode, *rightNode)) {
+        return false;
+    }
     const std::shared_ptr<IOMNode> node =
         OMNode::binaryOperation(op, *leftNode, KEEP_NODE, *rightNode, KEEP_NODE);
     return node && fromOwnNode(node, result);

@@ -10,6 +10,7 @@
 #include "BrwParser/BrwOMExpressionLValue.h"
 #include "BrwParser/BrwOMQuickFunction.h"
 #include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwOMValuePath.h"
 #include "BrwTask/BrwYielding.h"
 #include "BrwUtils/BrwStackGuard.h"
 
@@ -39,8 +40,36 @@ OMStored::OMStored() {
     ++fOMStoredCount;
 }
 
+namespace {
+
+// Elements of containers that went with their last holder, let go one at a time: a value nested a million
+// deep would otherwise be freed by a recursion as deep, past the end of the stack.
+std::vector<IOMNode::NodePtr>& elementsToRelease() {
+    static auto* elements = new std::vector<IOMNode::NodePtr>();
+    return *elements;
+}
+
+bool gIsReleasingElements = false; // the outermost destructor lets go of them; the others only add
+
+} // namespace
+
 OMStored::~OMStored() {
     --fOMStoredCount;
+    std::vector<NodePtr>& elements = elementsToRelease();
+    if (fArray && fArray.use_count() == 1) {
+        fArray->takeElements(elements);
+    }
+    if (fMap && fMap.use_count() == 1) {
+        fMap->takeElements(elements);
+    }
+    if (! gIsReleasingElements) {
+        gIsReleasingElements = true;
+        while (! elements.empty()) {
+            NodePtr element = std::move(elements.back());
+            elements.pop_back();
+        }
+        gIsReleasingElements = false;
+    }
 }
 
 // ---- factories ----
@@ -398,6 +427,9 @@ bool OMStored::push(const NodePtr& node) {
             break;
         }
         SANITY_CHECK(fArray);
+        if (! ScriptLimits::isContainerAllowed(fArray->size() + 1)) {
+            break;
+        }
         fArray->push_back(node);
         retVal = true;
     } while (false);
@@ -515,8 +547,11 @@ bool OMStored::copyContainerFrom(const IOMNode& from, uint64_t cloneNestLevel) {
         const bool isArray = from.getType() == OMType::Array;
         SANITY_CHECK(isArray ? setEmptyArray() : setEmptyMap());
         const OMStored* fromStored = from.getOMStoredRaw();
-        if (fromStored != nullptr && ! fIsDataStructure && cloneNestLevel == 0) {
-            // Plain variables share containers.
+        static OMValuePath path;
+        OMValuePath::Step step(path, from);
+        if (fromStored != nullptr && ((! fIsDataStructure && cloneNestLevel == 0) || ! step.isEntered())) {
+            // Plain variables share containers, and so does a copy of one that holds itself or is nested
+            // deeper than copies go.
             fArray = fromStored->fArray;
             fMap = fromStored->fMap;
             retVal = true;
@@ -626,11 +661,12 @@ bool OMStored::storeInMap(const std::string& attr, NodePtr& out) {
             LOG_ERROR("not permitted - need PERMISSION_WRITE");
             break;
         }
-        if (! out) {
-            auto iter = fMap->find(attr);
-            if (iter != fMap->end()) {
-                out = iter->second;
-            }
+        auto iter = fMap->find(attr);
+        if (iter == fMap->end() && ! ScriptLimits::isContainerAllowed(fMap->size() + 1)) {
+            break;
+        }
+        if (! out && iter != fMap->end()) {
+            out = iter->second;
         }
         if (! out) {
             out = undefinedFactory();
@@ -643,7 +679,23 @@ bool OMStored::storeInMap(const std::string& attr, NodePtr& out) {
     return retVal;
 }
 
-void OMStored::fillArrayUpTo(uint64_t idx) {
+bool OMStored::isStoreWithinLimit(uint64_t idx) const {
+    return fType != OMType::Array || ! fArray || idx < fArray->size() ||
+           ScriptLimits::isIndexWithinLimit(idx);
+}
+
+bool OMStored::isStoreWithinLimit(const std::string& attr) const {
+    if (fType == OMType::Array) {
+        return ! isAllDigits(attr) || isStoreWithinLimit(Utils::toUInt64(attr));
+    }
+    return fType != OMType::Map || ! fMap || ScriptLimits::isContainerWithinLimit(fMap->size() + 1) ||
+           fMap->count(attr) != 0;
+}
+
+bool OMStored::fillArrayUpTo(uint64_t idx) {
+    if (idx >= fArray->size() && ! ScriptLimits::isIndexAllowed(idx)) {
+        return false;
+    }
     NodePtr thisNode = fIsDataStructure ? shared_from_this() : nullptr;
     while (fArray->size() <= idx) {
         NodePtr filler = undefinedFactory();
@@ -652,13 +704,16 @@ void OMStored::fillArrayUpTo(uint64_t idx) {
         }
         fArray->push_back(filler);
     }
+    return true;
 }
 
 bool OMStored::storeInArray(uint64_t idx, NodePtr& out) {
     bool retVal = false;
     do {
         SANITY_CHECK(fArray);
-        fillArrayUpTo(idx);
+        if (! fillArrayUpTo(idx)) {
+            break;
+        }
         if (! out) {
             out = (*fArray)[idx];
         }
@@ -841,7 +896,9 @@ void OMStored::set_yielding(const TaskPtr&, NodePtr& out, uint64_t idx, const No
         SANITY_CHECK(this != fromNode.get());
         SANITY_CHECK(fType == OMType::Array);
         SANITY_CHECK(fArray);
-        fillArrayUpTo(idx);
+        if (! fillArrayUpTo(idx)) {
+            break;
+        }
         out = fIsDataStructure ? adoptChild(fromNode, std::to_string(idx)) : fromNode;
         (*fArray)[idx] = out;
     } while (false);
@@ -854,6 +911,9 @@ void OMStored::set_yielding(const TaskPtr&, NodePtr& out, const std::string& att
         SANITY_CHECK(fMap);
         if ((getPermissions(attr) & PERMISSION_WRITE) == 0) {
             LOG_ERROR("not permitted -- need PERMISSION_WRITE");
+            break;
+        }
+        if (fMap->count(attr) == 0 && ! ScriptLimits::isContainerAllowed(fMap->size() + 1)) {
             break;
         }
         out = fIsDataStructure ? adoptChild(fromNode, attr) : fromNode;

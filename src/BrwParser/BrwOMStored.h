@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "BrwParser/BrwOMNode.h"
+#include "BrwParser/BrwScriptLimits.h"
 #include "BrwParser/BrwToken.h"
 
 namespace Brw {
@@ -25,7 +26,7 @@ public:
     static constexpr uint32_t PERMISSION_DEFAULT = 7;
     static constexpr uint64_t CLONE_ALL_LEVELS = ~uint64_t(0);
     // Script calls nested deeper than this end with the script error "maximum call depth exceeded".
-    static constexpr int64_t MAX_CALL_DEPTH = 2000;
+    static constexpr int64_t MAX_CALL_DEPTH = ScriptLimits::CALL_DEPTH;
 
     OMStored();
     ~OMStored() override;
@@ -141,8 +142,13 @@ public:
     std::shared_ptr<IOMNodeIterator> getIterator() const override;
     std::shared_ptr<OMStored> getOMStoredPtr() override;
     const OMStored* getOMStoredRaw() const override { return this; }
+    // Whether a write of this child stays within the element limit; says nothing when it doesn't.
+    bool isStoreWithinLimit(uint64_t idx) const;
+    bool isStoreWithinLimit(const std::string& attr) const;
     uint64_t getSize() const override;
     std::string getString() const override;
+    // The byte count of a String's text, without a copy of it; 0 for the other kinds.
+    uint64_t getTextSize() const { return fType == OMType::String ? fString.size() : 0; }
     OMType getType() const override { return fType; }
     NodePtr pop() override;
     bool push(const NodePtr& node) override;
@@ -183,8 +189,8 @@ private:
     NodePtr adoptChild(const NodePtr& node, const std::string& key);
     bool readChild(const std::string& attr, NodePtr& out) const;
     bool readChild(uint64_t idx, NodePtr& out) const;
-    // Adds Undefined elements until `idx` is inside the array.
-    void fillArrayUpTo(uint64_t idx);
+    // Grows the array with undefined elements until `idx` is in it; false past the element limit.
+    [[nodiscard]] bool fillArrayUpTo(uint64_t idx);
     // Finds or makes the child `key` and gives it the value of `node`: the child, or null.
     template <class Key>
     NodePtr setChild(const Key& key, const NodePtr& node);
@@ -237,9 +243,13 @@ public:
     // Whether `c` may stand at `position` of a name: letters, '_' and '$', and digits after the first.
     static bool isIdentifierChar(int c, uint64_t position);
 
-    // Reads a number into this node. `base`: -3 script literal (decimal or 0x hexadecimal), -2 integer
-    // (decimal or 0x), -1 decimal number, 2 to 36 an integer of that base. The first character that
-    // doesn't fit stays unread; no number at all is NaN. False only for a bad base or stream.
+    // The forms of number that parseNum reads besides an integer of a base from 2 to 36.
+    static constexpr int NUMBER_SCRIPT_LITERAL = -3; // decimal or 0x hexadecimal, with fraction and exponent
+    static constexpr int NUMBER_INTEGER = -2;        // decimal or 0x hexadecimal integer
+    static constexpr int NUMBER_DECIMAL = -1;        // decimal, with fraction and exponent
+
+    // Reads a number into this node; `base` is one of the NUMBER_ forms or a base from 2 to 36. The first
+    // character that doesn't fit stays unread; no number at all is NaN. False only for a bad base or stream.
     [[nodiscard]] bool parseNum(const std::shared_ptr<InputStream>& stream, int base);
     void parseNum_yielding(const TaskPtr& task, bool& success, const std::shared_ptr<InputStream>& stream,
                            int base);

@@ -70,11 +70,18 @@ class NumberScanner {
 public:
     enum State { START, AFTER_ZERO, INTEGER, FRACTION, EXPONENT };
 
-    explicit NumberScanner(int base = -3)
-        : fRadix(base < 0 ? 10 : base), fIsPrefixAllowed(base == -3 || base == -2 || base == 16),
-          fIsFractionAllowed(base == -3 || base == -1) {}
+    static constexpr int SMALLEST_RADIX = 2;
+    static constexpr int LARGEST_RADIX = 36;
 
-    static bool isValidBase(int base) { return (base >= -3 && base <= -1) || (base >= 2 && base <= 36); }
+    explicit NumberScanner(int base = OMStored::NUMBER_SCRIPT_LITERAL)
+        : fRadix(base < 0 ? 10 : base), fIsPrefixAllowed(base == OMStored::NUMBER_SCRIPT_LITERAL ||
+                                                         base == OMStored::NUMBER_INTEGER || base == 16),
+          fIsFractionAllowed(base == OMStored::NUMBER_SCRIPT_LITERAL || base == OMStored::NUMBER_DECIMAL) {}
+
+    static bool isValidBase(int base) {
+        return base == OMStored::NUMBER_SCRIPT_LITERAL || base == OMStored::NUMBER_INTEGER ||
+               base == OMStored::NUMBER_DECIMAL || (base >= SMALLEST_RADIX && base <= LARGEST_RADIX);
+    }
 
     // Takes `c` (AT_END at the end): true to consume it and go on, false when the number has ended.
     bool feed(int c) {
@@ -434,7 +441,7 @@ double OMStored::numberFromText(const std::string& text) {
         auto stream = std::make_shared<InputStreamString>(text);
         stream->setAtEOF();
         auto node = std::make_shared<OMStored>();
-        SANITY_CHECK(node->parseNum(stream, -3));
+        SANITY_CHECK(node->parseNum(stream, NUMBER_SCRIPT_LITERAL));
         retVal = node->getAsNum();
     } while (false);
     return retVal;
@@ -593,7 +600,7 @@ void OMStored::parseKeyword_yielding(const TaskPtr& task, bool& success,
 void OMStored::parseString_yielding(const TaskPtr& task, bool& success, std::string& errorMessage,
                                     const std::shared_ptr<InputStream>& stream, int quote) {
     struct LocalVariableState : OMFunctionState {
-        std::string raw;        // the characters between the quotes, escapes undecoded
+        std::string raw;        // the characters between the quotes, decoded once the string ends
         bool isEscaped = false; // the last character was a backslash that takes this one along
         int c = NOTHING_YET;    // the peeked character
         bool isConsumed = true; // the stream took the last character
@@ -618,7 +625,12 @@ void OMStored::parseString_yielding(const TaskPtr& task, bool& success, std::str
         YIELDING_FINISH;
     }
     YIELDING_CHECK(stream->next());
-    YIELDING_CHECK(set(Utils::decodeString(frame->raw)));
+    frame->raw = Utils::decodeString(frame->raw);
+    if (! ScriptLimits::isTextWithinLimit(frame->raw.size())) {
+        errorMessage = ScriptLimits::textTooLongMessage();
+        YIELDING_FINISH;
+    }
+    YIELDING_CHECK(set(frame->raw));
     success = true;
     YIELDING_END;
 }
@@ -668,6 +680,10 @@ void OMStored::parseHereDocument_yielding(const TaskPtr& task, bool& success, st
         frame->isConsumed = stream->next();
     }
     YIELDING_CHECK(frame->isConsumed);
+    if (! ScriptLimits::isTextWithinLimit(frame->text.getText().size())) {
+        errorMessage = ScriptLimits::textTooLongMessage();
+        YIELDING_FINISH;
+    }
     YIELDING_CHECK(set(frame->text.getText()));
     success = true;
     YIELDING_END;

@@ -63,6 +63,7 @@ void OMStored::parseAndEvalFrom_yielding(const TaskPtr& task, bool& success, con
         uint64_t startPos = 0;
         int c = InputStream::AT_END;
         bool ok = false;
+        bool wasAbandoned = false; // the parser gave the statement up: it isn't run
     };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     frame->ioStream = std::dynamic_pointer_cast<IOStreamPrompted>(stream);
@@ -98,6 +99,11 @@ void OMStored::parseAndEvalFrom_yielding(const TaskPtr& task, bool& success, con
                                                                  PARSE_STATEMENT));
         YIELDING_CHECK(task->updateParsingNestLevel(-1));
         frame->pendingNode.reset();
+        YIELDING_CALL(ExpressionParser::takeBackAbandonedStatement_yielding(task, frame->wasAbandoned,
+                                                                            frame->ok, stream));
+        if (frame->wasAbandoned) {
+            continue;
+        }
         if (stream->getPos() == frame->startPos) {
             // Nothing could be read: step over one character, so that bad input can't stop the loop.
             ScriptErrorLog::report("parsing failed");

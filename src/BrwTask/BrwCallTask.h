@@ -14,14 +14,15 @@ class CallTask : public Task {
 public:
     using Body = std::function<void(const std::shared_ptr<Task>& task)>;
 
-    CallTask(const char* name, Body body, int64_t timeoutMicroseconds = -2)
+    CallTask(const char* name, Body body, int64_t timeoutMicroseconds = NO_TIMEOUT)
         : Task(name, timeoutMicroseconds, nullptr), fBody(std::move(body)) {}
 
-    // `timeoutMicroseconds` as for any task: -2 never times out.
-    static std::shared_ptr<CallTask> factory(const char* name, Body body, int64_t timeoutMicroseconds = -2);
+    // `timeoutMicroseconds` as for any task.
+    static std::shared_ptr<CallTask> factory(const char* name, Body body,
+                                             int64_t timeoutMicroseconds = NO_TIMEOUT);
     // Runs `body` to completion (or its time-out); false (with the check logged) when the task refused to
     // run.
-    static bool call(const char* name, Body body, int64_t timeoutMicroseconds = -2);
+    static bool call(const char* name, Body body, int64_t timeoutMicroseconds = NO_TIMEOUT);
 
     void timeslice() override { fBody(shared_from_this()); }
 

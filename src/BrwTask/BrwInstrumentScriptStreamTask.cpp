@@ -25,7 +25,7 @@ InstrumentScriptStreamTask::InstrumentScriptStreamTask(const std::shared_ptr<OMS
                                                        const std::shared_ptr<OMScope>& scope,
                                                        const std::string& scriptFilePath,
                                                        const std::shared_ptr<InputStream>& stream)
-    : Task(TYPENAME, -2, stream), fNode(node), fScope(scope), fScriptFilePath(scriptFilePath),
+    : Task(TYPENAME, NO_TIMEOUT, stream), fNode(node), fScope(scope), fScriptFilePath(scriptFilePath),
       fIOStreamPrompted(std::dynamic_pointer_cast<IOStreamPrompted>(stream)) {
     if (fIOStreamPrompted) {
         fOutputStreamString =

@@ -17,7 +17,7 @@ public:
 
     ParseAndEvalStreamTask(const std::shared_ptr<OMStored>& node, const std::shared_ptr<OMScope>& scope,
                            const std::shared_ptr<InputStream>& stream)
-        : Task(TYPENAME, -2, stream), fNode(node), fScope(scope) {}
+        : Task(TYPENAME, NO_TIMEOUT, stream), fNode(node), fScope(scope) {}
 
     // A null stream makes the task use the process's input stream, prompted.
     static std::shared_ptr<Task> factory(const std::shared_ptr<OMStored>& node,

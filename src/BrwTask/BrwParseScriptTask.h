@@ -22,8 +22,8 @@ public:
     ParseScriptTask(const std::shared_ptr<OMStored>& node, const std::shared_ptr<OMScope>& parserScope,
                     const std::shared_ptr<InputStream>& statementStream,
                     const std::shared_ptr<OutputStreamString>& outputStream, const std::string& initialOutput)
-        : Task(TYPENAME, -2, statementStream), fNode(node), fScope(parserScope), fOutputStream(outputStream),
-          fOutputText(initialOutput) {}
+        : Task(TYPENAME, NO_TIMEOUT, statementStream), fNode(node), fScope(parserScope),
+          fOutputStream(outputStream), fOutputText(initialOutput) {}
 
     // A session over `script` whose statements see the variables of `callerScope`; its output text starts
     // with `initialOutput`. Registered, not started.

@@ -10,6 +10,7 @@
 #include "BrwParser/BrwOutputStreamString.h"
 #include "BrwTask/BrwCallTask.h"
 #include "BrwTask/BrwParseScriptTask.h"
+#include "BrwTask/BrwSessionEvaluator.h"
 #include "BrwUtils/BrwClock.h"
 
 namespace Brw {
@@ -84,31 +85,6 @@ bool runTasksUntil(Predicate isDone, int64_t seconds) {
     return isDone();
 }
 
-// Evaluates `text` statement by statement in `scope`, as a session does, on a task of its own that is
-// given at most five seconds; gives what it echoed.
-std::string evaluate(const std::string& text, const std::shared_ptr<OMScope>& scope) {
-    auto input = std::make_shared<InputStreamString>(text);
-    input->setAtEOF();
-    auto output = std::make_shared<OutputStreamString>();
-    auto stream = std::make_shared<IOStreamPrompted>(input, output);
-    stream->setPromptNode(OMStored::factory(""));
-    stream->setContinuationPromptNode(OMStored::factory(""));
-    auto node = OMStored::undefinedFactory();
-    VERIFY(CallTask::call(
-        "evaluate",
-        [&](const std::shared_ptr<Task>& task) {
-            bool success = false;
-            node->parseAndEvalFrom_yielding(task, success, scope, stream);
-        },
-        5000000));
-    std::string echoed;
-    for (int c = output->getChar(); c >= 0; c = output->getChar()) {
-        echoed.push_back(static_cast<char>(c));
-        output->next();
-    }
-    return echoed;
-}
-
 } // namespace
 
 bool ParseScriptTaskTest::test() {
@@ -125,7 +101,7 @@ bool ParseScriptTaskTest::testEchoesAsTheStandardInputMode() {
     do {
         auto callerScope = OMScope::factory(nullptr, OMScope::READS_PARENT);
         SANITY_CHECK(callerScope);
-        CHECK_EQUAL(evaluate("base = 40;\n", callerScope), "");
+        CHECK_EQUAL(SessionEvaluator::evaluate("base = 40;\n", callerScope), "");
         std::shared_ptr<ParseScriptTask> session;
         // What the standard-input mode prints for this text, byte for byte, after the initial text. Over
         // a string, a line end needs no standard input to be decided, and no check fails.
@@ -144,7 +120,7 @@ bool ParseScriptTaskTest::testEchoesAsTheStandardInputMode() {
         CHECK_EQUAL(session->getOutput(), "so far\n2\n42\n2\n\"a\nb\"\n2\n[1, 2]\n{ \"a\": 1 }\n4\n5\n");
         CHECK_EQUAL(errors.size(), size_t{0});
         // The session read the caller's variable, and its assignment stayed in its own scope.
-        CHECK_EQUAL(evaluate("base\n", callerScope), "40\n");
+        CHECK_EQUAL(SessionEvaluator::evaluate("base\n", callerScope), "40\n");
         retVal = true;
     } while (false);
     return retVal;
@@ -179,8 +155,8 @@ bool ParseScriptTaskTest::testSessionWithoutWaitingEndsAtItsDeadline() {
         auto callerScope = OMScope::factory(nullptr, OMScope::READS_PARENT);
         std::string echoed;
         recordLogLines(1, [&] {
-            echoed = evaluate("parseScript(\"while (true) {}\", undefined, \"noWait\", 300)\n\"after\"\n",
-                              callerScope);
+            echoed = SessionEvaluator::evaluate(
+                "parseScript(\"while (true) {}\", undefined, \"noWait\", 300)\n\"after\"\n", callerScope);
         });
         // The caller went on and ended while the endless session ran.
         CHECK_EQUAL(echoed, "true\n\"after\"\n");
@@ -200,8 +176,9 @@ bool ParseScriptTaskTest::testOptionsThatAreNoFunctionAreReported() {
     do {
         auto callerScope = OMScope::factory(nullptr, OMScope::READS_PARENT);
         std::string echoed;
-        const std::vector<std::string> lines = recordLogLines(
-            2, [&] { echoed = evaluate("parseScript(\"1\", undefined, 1.5, null)\n", callerScope); });
+        const std::vector<std::string> lines = recordLogLines(2, [&] {
+            echoed = SessionEvaluator::evaluate("parseScript(\"1\", undefined, 1.5, null)\n", callerScope);
+        });
         // Neither option is a function, and the session runs all the same.
         CHECK_EQUAL(echoed, "\"1\n\"\n");
         SANITY_CHECK(hasLineWith(lines, "EXPECTED failed: 'callBackFunction' evaluates to false"));

@@ -31,7 +31,7 @@ void Task::reportFrameMismatch() {
 
 int64_t Task::computeDeadline(int64_t now) const {
     int64_t timeout = fTimeoutMicroseconds;
-    if (timeout == -2) {
+    if (timeout == NO_TIMEOUT) {
         return 0;
     }
     if (timeout < 0) {
@@ -40,7 +40,7 @@ int64_t Task::computeDeadline(int64_t now) const {
             return 0;
         }
     }
-    return now + timeout * 1000;
+    return now + Clock::fromMicroseconds(timeout);
 }
 
 bool Task::runTimeslice_(int64_t timesliceMicroseconds) {
@@ -48,12 +48,12 @@ bool Task::runTimeslice_(int64_t timesliceMicroseconds) {
     do {
         SANITY_CHECK(! fIsTaskCompleted);
         ASSIGN_TYPED(InternalCoordinator, internalCoordinator, InternalCoordinator::factory());
-        const bool isRunToCompletion = timesliceMicroseconds == -2;
+        const bool isRunToCompletion = timesliceMicroseconds == RUN_TO_COMPLETION;
         int64_t now = Clock::now();
         if (! fIsStarted) {
             fDeadline = computeDeadline(now);
         }
-        fTimesliceEnd = timesliceMicroseconds < 0 ? 0 : now + timesliceMicroseconds * 1000;
+        fTimesliceEnd = timesliceMicroseconds < 0 ? 0 : now + Clock::fromMicroseconds(timesliceMicroseconds);
         fIsTimesliceOver = false;
         fIsSleepRequested = false;
         for (;;) {
@@ -351,9 +351,9 @@ bool Task::runActiveTasks(int64_t& availableMicroseconds) {
         }
         SANITY_CHECK(availableMicroseconds >= 0);
         ++fRunActiveTasksDepth;
-        const int64_t recentLimit = Clock::now() - (InternalCoordinator::fEventLoopMicroseconds +
-                                                    InternalCoordinator::fEventLoopSleepMicroseconds) *
-                                                       1000;
+        const int64_t recentLimit =
+            Clock::now() - Clock::fromMicroseconds(InternalCoordinator::fEventLoopMicroseconds +
+                                                   InternalCoordinator::fEventLoopSleepMicroseconds);
         const int64_t taskCount = static_cast<int64_t>(fActiveTasks.size());
         const int64_t share = availableMicroseconds / taskCount;
         int64_t budget = 0;
@@ -365,7 +365,7 @@ bool Task::runActiveTasks(int64_t& availableMicroseconds) {
                 (fRunActiveTasksDepth <= 1 || task->getLastTimesliceEnd() < recentLimit)) {
                 task->runTimeslice(budget);
             }
-            const int64_t elapsed = (Clock::now() - start) / 1000;
+            const int64_t elapsed = Clock::toMicroseconds(Clock::now() - start);
             budget = std::max<int64_t>(budget - elapsed, 0);
         }
         availableMicroseconds = budget;

@@ -27,6 +27,11 @@ class Task : public std::enable_shared_from_this<Task> {
 public:
     using TaskMap = std::unordered_map<uint64_t, std::shared_ptr<Task>>;
 
+    // A time-out of this value never expires; any other negative one means the default time-out.
+    static constexpr int64_t NO_TIMEOUT = -2;
+    // A slice of this length runs the task to its end; any other negative one is a slice without limit.
+    static constexpr int64_t RUN_TO_COMPLETION = -2;
+
     Task(const char* name, int64_t timeoutMicroseconds, const std::shared_ptr<InputStream>& stream);
     virtual ~Task();
 
@@ -60,7 +65,7 @@ public:
     // function finished or the task timed out.
     virtual bool releaseFunctionState(const OMFunctionState* state);
     virtual bool runTimeslice(int64_t timesliceMicroseconds);
-    virtual bool runToCompletion() { return runTimeslice(-2); }
+    virtual bool runToCompletion() { return runTimeslice(RUN_TO_COMPLETION); }
     virtual void registerChildTask(const std::shared_ptr<Task>& childTask);
     virtual void setParentTask(const std::shared_ptr<Task>& parent) { fParentTask = parent; }
     virtual bool setExitRequested(bool isExitRequested);
@@ -72,6 +77,10 @@ public:
     // The task's body: calls its top-level resumable function once.
     virtual void timeslice() = 0;
     virtual bool updateParsingNestLevel(int step);
+    // The parser gave up the statement it reads because it passed a limit: until the statement loop
+    // takes the mark back, the constructs around the point add no messages of their own.
+    void setStatementAbandoned(bool isAbandoned) { fIsStatementAbandoned = isAbandoned; }
+    bool isStatementAbandoned() const { return fIsStatementAbandoned; }
     virtual bool usesAsyncIO();
 
     static void registerTask(const std::shared_ptr<Task>& task);
@@ -148,12 +157,13 @@ protected:
     std::string fName;                                // task name; the class name by default
     std::weak_ptr<Task> fParentTask;                  // null for a root task
     uint64_t fParsingNestLevel = 0;                   // how deep the parser has nested on this task
+    bool fIsStatementAbandoned = false;               // the parser gave up the statement being read
     bool fDefaultResult = false;                      // result when fResult is empty
     std::shared_ptr<IOMNode> fResult;                 // result of the task
     uint64_t fTaskId;                                 // from the process-wide counter; the first is 1
     int64_t fDeadline = 0;                            // absolute deadline, 0 for none
-    int64_t fTimeoutMicroseconds;                     // -2 never, other negatives the default, else a limit
-    int64_t fTimesliceEnd = 0;                        // absolute end of this slice, 0 for none
+    int64_t fTimeoutMicroseconds; // NO_TIMEOUT, another negative: the default; else a limit
+    int64_t fTimesliceEnd = 0;    // absolute end of this slice, 0 for none
 
     static TaskMap fTasksById;                              // every registered task
     static std::vector<std::shared_ptr<Task>> fActiveTasks; // started tasks, in start order

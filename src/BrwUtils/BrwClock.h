@@ -11,6 +11,23 @@ class Clock {
 public:
     using Source = int64_t (*)();
 
+    // Settings and budgets are microseconds, time points nanoseconds.
+    static constexpr int64_t NANOSECONDS_PER_MICROSECOND = 1000;
+    static constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
+    static constexpr int64_t NANOSECONDS_PER_MILLISECOND =
+        NANOSECONDS_PER_MICROSECOND * MICROSECONDS_PER_MILLISECOND;
+
+    // The longest time a setting or a script may ask for: a century, so that a deadline in nanoseconds
+    // can't overflow.
+    static constexpr int64_t LONGEST_MILLISECONDS = 1000LL * 60 * 60 * 24 * 365 * 100;
+
+    static constexpr int64_t fromMicroseconds(int64_t microseconds) {
+        return microseconds * NANOSECONDS_PER_MICROSECOND;
+    }
+    static constexpr int64_t toMicroseconds(int64_t nanoseconds) {
+        return nanoseconds / NANOSECONDS_PER_MICROSECOND;
+    }
+
     static int64_t now() {
         if (fSource != nullptr) {
             return fSource();

@@ -154,7 +154,7 @@ long Terminal::readBytes(int fd, char* buffer, size_t size) {
     if (count >= 0) {
         return static_cast<long>(count);
     }
-    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? -2 : -1;
+    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? READ_WOULD_BLOCK : -1;
 }
 
 } // namespace Brw

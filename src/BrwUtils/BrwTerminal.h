@@ -25,8 +25,11 @@ public:
     // Without waiting: 1 when a read of `fd` would not block (data, end or error), 0 when nothing is
     // there yet, -1 when the poll itself failed.
     static int pollReadable(int fd);
-    // One read of at most `size` bytes: the count, 0 at the end of input, -1 on an error, -2 when the
-    // read would block or was interrupted.
+    // What readBytes gives when a read would block or was interrupted.
+    static constexpr long READ_WOULD_BLOCK = -2;
+
+    // One read of at most `size` bytes: the count, 0 at the end of input, -1 on an error,
+    // READ_WOULD_BLOCK when nothing could be read now.
     static long readBytes(int fd, char* buffer, size_t size);
 };
 

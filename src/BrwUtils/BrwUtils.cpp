@@ -422,6 +422,13 @@ bool Utils::isNumeric(const std::string& str) {
            std::all_of(str.begin(), str.end(), [](unsigned char c) { return std::isdigit(c); });
 }
 
+bool Utils::isNumberUpTo(const std::string& str, uint64_t largest) {
+    uint64_t value = 0;
+    const char* last = str.data() + str.size();
+    auto [end, error] = std::from_chars(str.data(), last, value);
+    return isNumeric(str) && error == std::errc() && end == last && value <= largest;
+}
+
 std::string Utils::toLower(const std::string& str) {
     std::string lower = str;
     std::transform(lower.begin(), lower.end(), lower.begin(),

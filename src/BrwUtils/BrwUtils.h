@@ -39,6 +39,8 @@ public:
     static bool isIdentifierName(const std::string& str);
     // Digits only, not empty.
     static bool isNumeric(const std::string& str);
+    // Digits only, not empty, and a number no larger than `largest`.
+    static bool isNumberUpTo(const std::string& str, uint64_t largest);
 
     // Drops blanks, tabs, carriage returns and line feeds at both ends.
     static std::string trim(const std::string& str);
