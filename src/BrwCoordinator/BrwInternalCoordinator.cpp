@@ -9,6 +9,11 @@
 #include <limits>
 #include <thread>
 
+#include "BrwAddress/BrwInternalAddress.h"
+#include "BrwAddress/BrwLocalResolvedAddress.h"
+#include "BrwAddress/BrwLocalUnresolvedAddress.h"
+#include "BrwAddress/BrwRemoteResolvedAddress.h"
+#include "BrwAddress/BrwRemoteUnresolvedAddress.h"
 #include "BrwCoordinator/BrwMainTaskTimesliceTask.h"
 #include "BrwData/BrwDataNull.h"
 #include "BrwData/BrwDataOM.h"
@@ -16,6 +21,7 @@
 #include "BrwEvent/BrwEvent.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwTestRegistry.h"
+#include "BrwMessage/BrwMessage.h"
 #include "BrwParser/BrwInputStreamConsole.h"
 #include "BrwParser/BrwInputStreamStdIn.h"
 #include "BrwParser/BrwOMScope.h"
@@ -42,7 +48,13 @@ const RegisterDeregisterFunction kObjectClasses[] = {
     DataString::registerDeregisterClass,
     DataOM::registerDeregisterClass,
     Event::registerDeregisterClass,
+    InternalAddress::registerDeregisterClass,
     InternalCoordinator::registerDeregisterClass,
+    LocalResolvedAddress::registerDeregisterClass,
+    LocalUnresolvedAddress::registerDeregisterClass,
+    Message::registerDeregisterClass,
+    RemoteResolvedAddress::registerDeregisterClass,
+    RemoteUnresolvedAddress::registerDeregisterClass,
     SimpleSerializer::registerDeregisterClass,
 };
 
@@ -159,7 +171,10 @@ void InternalCoordinator::releaseInstance() {
         // The main task holds no reference back; dropping it here ends the cycle of the task tables.
         coordinator->fMainTask.reset();
         coordinator->fCoordinatorScope.reset();
+        // The tree of services goes with its root.
+        VERIFY(coordinator->deregisterObject());
     }
+    clearHostTables();
     internalCoordinator.reset();
     // The class table goes with the coordinator.
     VERIFY(deregisterObjectClasses());
@@ -401,7 +416,13 @@ bool InternalCoordinator::isTerminatingAndIdle() {
 }
 
 bool InternalCoordinator::isIdle() {
-    return true;
+    const bool areServicesIdle = Service_abstract::isIdle();
+    if (fIsTerminating) {
+        LOG_TRACE(areServicesIdle
+                      ? "fIsTerminating and isIdle"
+                      : "fIsTerminating but not idle because inherited ! Service_abstract::isIdle()");
+    }
+    return areServicesIdle;
 }
 
 bool InternalCoordinator::reportMessagingActivityInEventLoop() {
@@ -491,10 +512,13 @@ bool InternalCoordinator::runEventLoop(int64_t microseconds) {
 }
 
 void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, bool& success) {
-    struct LocalVariableState : OMFunctionState {};
+    struct LocalVariableState : OMFunctionState {
+        bool isTreeWalked = false; // the services had their slices this round
+    };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     while (! isTerminatingAndIdle()) {
         ++fRoundCounter;
+        YIELDING_CALL(Service_abstract::timeslice_yielding(task, frame->isTreeWalked));
         YIELDING_WAIT(task->yield());
     }
     success = true;

@@ -2,12 +2,14 @@
 
 #include <memory>
 
+#include "BrwAddress/BrwAddressTest.h"
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
 #include "BrwData/BrwDataTest.h"
 #include "BrwEvent/BrwEventTest.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwLoggerTest.h"
 #include "BrwMain/BrwTest.h"
+#include "BrwMessage/BrwMessageTest.h"
 #include "BrwObject/BrwObjectRegistryTest.h"
 #include "BrwParser/BrwAccessorTest.h"
 #include "BrwParser/BrwBuiltinsTest.h"
@@ -20,6 +22,7 @@
 #include "BrwParser/BrwScriptLimitsTest.h"
 #include "BrwParser/BrwStreamTest.h"
 #include "BrwSerializer/BrwSerializerTest.h"
+#include "BrwService/BrwServiceTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
 #include "BrwTask/BrwParseScriptTaskTest.h"
 #include "BrwTask/BrwTaskTest.h"
@@ -54,6 +57,9 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<DataTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<EventTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ScriptLimitsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<AddressTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<MessageTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ServiceTest>()));
         retVal = true;
     } while (false);
     return retVal;

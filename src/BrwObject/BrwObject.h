@@ -63,6 +63,9 @@ public:
     static DeserializationFactoryWrapperClass getDeserializationFactory(const std::string& typeName);
     static ByNameFactoryWrapperClass getByNameFactory(const std::string& typeName);
     static std::vector<std::string> getRegisteredTypeNames();
+    // The text of a message's kind, such as "evalResult"; a value that is no opcode is reported ("unknown
+    // opCode") and gives the empty text.
+    static std::string opCodeToString(int32_t opCode);
 
     // The body of every class's registerDeregisterClass: `registerCall` for REGISTER and `deregisterCall`
     // for DEREGISTER, each a checked call of one table; any other value reports "no registerDeregister".

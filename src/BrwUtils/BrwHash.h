@@ -22,6 +22,15 @@ struct FNV1aHash {
     size_t operator()(const std::string& str) const { return static_cast<size_t>(hashBytes(str)); }
 };
 
+// FNV-1a over the eight bytes of a pointer: the hash of tables keyed by interned GUIDs.
+struct FNV1aPointerHash {
+    size_t operator()(const void* pointer) const {
+        const auto value = reinterpret_cast<uintptr_t>(pointer);
+        return static_cast<size_t>(
+            FNV1aHash::hashBytes(std::string_view(reinterpret_cast<const char*>(&value), sizeof(value))));
+    }
+};
+
 // A hash computed on first request and kept, for values that don't change once made.
 class CachedHash {
 public:
