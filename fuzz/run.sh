@@ -5,7 +5,7 @@
 #   fuzz/run.sh [-t SECONDS] [TARGET...] [-- LIBFUZZER-FLAGS...]
 #
 #   -t SECONDS   how long each target runs (default 30)
-#   TARGET       serializer, data or script (default: all three)
+#   TARGET       serializer, data, script or address (default: all four)
 #   after --     more flags for libFuzzer, such as -runs=10000000 or -seed=1
 #
 # The corpus that a run grows is kept in build/fuzz/corpus/TARGET; the seeds in fuzz/seeds/TARGET (and the
@@ -33,7 +33,7 @@ while [ $# -gt 0 ]; do
         ;;
     esac
 done
-[ ${#targets[@]} -eq 0 ] && targets=(serializer data script)
+[ ${#targets[@]} -eq 0 ] && targets=(serializer data script address)
 
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
@@ -50,6 +50,7 @@ for target in "${targets[@]}"; do
         dictionaries=(fuzz/dictionaries/script.dict)
         seeds+=(tests/scripts)
         ;;
+    address) dictionaries=(fuzz/dictionaries/urls.dict) ;;
     *)
         echo "unknown target: $target" >&2
         exit 2
