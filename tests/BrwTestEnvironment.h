@@ -5,8 +5,8 @@
 
 namespace BrwTests {
 
-// Points HOME and the XDG folders at a fresh temporary folder of this process, removed at exit, so that
-// tests never touch a real user's files or coordinators and may run in parallel.
+// Points HOME, TMPDIR and the XDG folders at a fresh temporary folder of this process, removed at exit, so
+// that tests never touch a real user's files or coordinators and may run in parallel.
 void isolateHome();
 const std::string& isolatedHome();
 

@@ -8,14 +8,25 @@
 #include <limits>
 #include <thread>
 
+#include "BrwAddress/BrwInternalAddress.h"
+#include "BrwAddress/BrwLocalResolvedAddress.h"
+#include "BrwAddress/BrwLocalUnresolvedAddress.h"
+#include "BrwAddress/BrwRemoteResolvedAddress.h"
+#include "BrwAddress/BrwRemoteUnresolvedAddress.h"
 #include "BrwCoordinator/BrwMainTaskTimesliceTask.h"
+#include "BrwData/BrwDataNull.h"
+#include "BrwData/BrwDataOM.h"
+#include "BrwData/BrwDataString.h"
+#include "BrwEvent/BrwEvent.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwTestRegistry.h"
+#include "BrwMessage/BrwMessage.h"
 #include "BrwParser/BrwInputStreamConsole.h"
 #include "BrwParser/BrwInputStreamStdIn.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
 #include "BrwParser/BrwOutputStreamStdOut.h"
+#include "BrwSerializer/BrwSimpleSerializer.h"
 #include "BrwTask/BrwCallTask.h"
 #include "BrwTask/BrwParseAndEvalStreamTask.h"
 #include "BrwTask/BrwYielding.h"
@@ -33,7 +44,18 @@ using RegisterDeregisterFunction = bool (*)(RegisterDeregister);
 
 // The runtime classes, in their fixed order.
 const RegisterDeregisterFunction kObjectClasses[] = {
+    DataNull::registerDeregisterClass,
+    DataString::registerDeregisterClass,
+    DataOM::registerDeregisterClass,
+    Event::registerDeregisterClass,
+    InternalAddress::registerDeregisterClass,
     InternalCoordinator::registerDeregisterClass,
+    LocalResolvedAddress::registerDeregisterClass,
+    LocalUnresolvedAddress::registerDeregisterClass,
+    Message::registerDeregisterClass,
+    RemoteResolvedAddress::registerDeregisterClass,
+    RemoteUnresolvedAddress::registerDeregisterClass,
+    SimpleSerializer::registerDeregisterClass,
 };
 
 bool walkObjectClasses(RegisterDeregister registerDeregister) {
@@ -147,7 +169,10 @@ void InternalCoordinator::releaseInstance() {
         // The main task holds no reference back; dropping it here ends the cycle of the task tables.
         coordinator->fMainTask.reset();
         coordinator->fCoordinatorScope.reset();
+        // The tree of services goes with its root.
+        VERIFY(coordinator->deregisterObject());
     }
+    clearHostTables();
     internalCoordinator.reset();
     // The class table goes with the coordinator.
     VERIFY(deregisterObjectClasses());
@@ -220,22 +245,12 @@ bool InternalCoordinator::registerTests() {
 }
 
 bool InternalCoordinator::registerDeregisterClass(RegisterDeregister registerDeregister) {
-    bool retVal = false;
-    do {
-        // The check texts keep their established spacing.
-        // clang-format off
-        if (registerDeregister == REGISTER) {
-            SANITY_CHECK(Object::registerFactory( TYPENAME, InternalCoordinator::factory));
-        } else if (registerDeregister == DEREGISTER) {
-            SANITY_CHECK(Object::deregisterFactory( TYPENAME));
-            // clang-format on
-        } else {
-            LOG_ERROR("no registerDeregister");
-            break;
-        }
-        retVal = true;
-    } while (false);
-    return retVal;
+    // The check texts keep their established spacing.
+    // clang-format off
+    return Object::registerDeregister(registerDeregister,
+        [] { return SANITY_CHECKED(Object::registerFactory( TYPENAME, InternalCoordinator::factory)); },
+        [] { return SANITY_CHECKED(Object::deregisterFactory( TYPENAME)); });
+    // clang-format on
 }
 
 bool InternalCoordinator::parseCommandLineArgs(int argc, char** argv) {
@@ -425,7 +440,13 @@ bool InternalCoordinator::isTerminatingAndIdle() {
 }
 
 bool InternalCoordinator::isIdle() {
-    return true;
+    const bool areServicesIdle = Service_abstract::isIdle();
+    if (fIsTerminating) {
+        LOG_TRACE(areServicesIdle
+                      ? "fIsTerminating and isIdle"
+                      : "fIsTerminating but not idle because inherited ! Service_abstract::isIdle()");
+    }
+    return areServicesIdle;
 }
 
 bool InternalCoordinator::reportMessagingActivityInEventLoop() {
@@ -515,13 +536,16 @@ bool InternalCoordinator::runEventLoop(int64_t microseconds) {
 }
 
 void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, bool& success) {
-    struct LocalVariableState : OMFunctionState {};
+    struct LocalVariableState : OMFunctionState {
+        bool isTreeWalked = false; // the services had their slices this round
+    };
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     while (! isTerminatingAndIdle()) {
         ++fRoundCounter;
         if (fUpdateSessionData) {
             VERIFY(writeSessionData());
         }
+        YIELDING_CALL(Service_abstract::timeslice_yielding(task, frame->isTreeWalked));
         YIELDING_WAIT(task->yield());
     }
     success = true;

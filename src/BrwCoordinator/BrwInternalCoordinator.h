@@ -4,14 +4,18 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "BrwCoordinator/BrwConfigStack.h"
 #include "BrwCoordinator/BrwIdleBackoff.h"
 #include "BrwCoordinator/BrwPidFile.h"
 #include "BrwObject/BrwObject.h"
+#include "BrwService/BrwIInternalCoordinator.h"
+#include "BrwService/BrwService_abstract.h"
+#include "BrwUtils/BrwHash.h"
 
 namespace Brw {
 
@@ -20,9 +24,11 @@ class InputStream;
 class OMScope;
 class OutputStream;
 
-// The process's root: one per process, reached through factory(). It owns the main task, runs the event
-// loop and holds the process-wide settings as static members.
-class InternalCoordinator : public Object {
+// The process's root: one per process, reached through factory(). It is the root of the tree of services,
+// owns the main task, runs the event loop and holds the process-wide settings as static members. It keeps
+// what it learns of other coordinators and hosts, so that addresses by name and by GUID can be turned into
+// each other.
+class InternalCoordinator : public Service_abstract, public virtual IInternalCoordinator {
 public:
     static constexpr const char* TYPENAME = "InternalCoordinator";
     static constexpr const char* VERSION = "0.1.1";
@@ -33,6 +39,9 @@ public:
     static constexpr const char* COORDINATOR_NAME_PREFIX = "net.braidwell.coordinator.";
     // The section of the settings in the configuration files.
     static constexpr const char* CONFIG_SECTION = "config";
+    // The host name and IP text of this machine that every process knows.
+    static constexpr const char* LOCAL_HOST_NAME = "localhost";
+    static constexpr const char* LOCAL_IP_ADDRESS = "127.0.0.1";
 
     // Settings; the configuration stack and the command line fill them. Times are microseconds.
     static inline std::string fCoordinatorName = MAIN_COORDINATOR_NAME; // this coordinator's full name
@@ -108,15 +117,10 @@ public:
     static std::string getConfigValue(const std::string& section, const std::string& key,
                                       const std::string& defaultValue);
     static ConfigStack& getConfigStack() { return fConfigStack; }
-    // The tables of the sections urlMap, coordinatorMap (keys lower-cased) and hosts.
+    // The table of the section urlMap; coordinatorMap goes to fCoordinatorMap, hosts to registerHostName.
     static const std::map<std::string, std::string>& getUrlMap() { return fUrlMap; }
-    static const std::map<std::string, std::string>& getCoordinatorNameMap() { return fCoordinatorNameMap; }
-    static const std::map<std::string, std::string>& getHostMap() { return fHostMap; }
-    static const std::set<std::string>& getLocalHostNames() { return fLocalHostNames; }
-    [[nodiscard]] static bool registerLocalHostName(const std::string& hostName);
-    [[nodiscard]] static bool registerHostName(const std::string& hostName, const std::string& address);
     // A name through the URL map, with the coordinator prefix added when it lacks it.
-    static std::string mapCoordinatorName(const std::string& name);
+    static std::string urlMapCoordinatorName(const std::string& name);
     // "node." of BRAIDWELL_CONFIG_NODE_NAME, or empty: names the folders of siblings on other nodes.
     static const std::string& getNodePrefix() { return fNodePrefix; }
 
@@ -143,22 +147,53 @@ public:
     static int64_t getDelayQuitMicroseconds() { return fDelayQuitMicroseconds; }
 
     std::string typeName() const override { return TYPENAME; }
+    // The coordinator's full name.
+    std::string getServiceName() const override { return fCoordinatorName; }
+
+    // The coordinator singleton's GUID, made on first request; null without a coordinator.
+    static GUIDClass* getOwnGUID();
+
+    // Hosts. The names are compared lower-cased; "localhost", "127.0.0.1" and "::1" are always local.
+    static bool isLocalHostName(const std::string& hostName);
+    // Adds an IP to a host's set; an IP of 127.0.0.1, or the host "localhost", makes the host local too.
+    [[nodiscard]] static bool registerHostName(const std::string& hostName, const std::string& ipAddress);
+    [[nodiscard]] static bool registerLocalHostName(const std::string& localHostName);
+    // The first IP of a host; the host name itself when none is known.
+    static std::string getHostAddress(const std::string& hostName);
+    // The name of another machine's coordinator as the coordinator map of the configuration gives it; the
+    // name itself when the map has none.
+    static std::string mapCoordinatorName(const std::string& coordinatorName);
+    // The coordinator map: the lower-cased name of another machine's coordinator to the name to use.
+    static inline std::unordered_map<std::string, std::string, FNV1aHash> fCoordinatorMap;
+    // Forgets every host and coordinator learnt: part of the teardown.
+    static void clearHostTables();
+
+    std::shared_ptr<const IObject> getAddressFromGUID(GUIDClass* guid) const override;
+    std::string getCoordinatorName(GUIDClass* upstreamCoordinatorGUID) const override;
+    std::string getHostName(GUIDClass* upstreamCoordinatorGUID) const override;
+    GUIDClass* getUpstreamCoordinatorGUID(const std::string& hostName,
+                                          const std::string& coordinatorName) const override;
+    bool isValidUpstreamCoordinatorGUID(GUIDClass* guid) const override;
+    [[nodiscard]] bool
+    registerSenderAddressObj(const std::shared_ptr<const IObject>& senderAddressObj) override;
+    std::shared_ptr<const IObject> resolveAddress(const std::shared_ptr<const IObject>& addressObj) override;
 
     // Runs the main task and the started tasks for `microseconds`, or without limit when negative, until
     // the main task ends.
     [[nodiscard]] bool runEventLoop(int64_t microseconds);
     // Asks the process to stop; the loops end once everything is idle.
-    bool terminate();
+    bool terminate() override;
     bool isTerminating() const { return fIsTerminating; }
     bool isTerminatingAndIdle();
     // True when nothing is moving: no messages in flight and every service idle.
-    bool isIdle();
+    bool isIdle() override;
     // Traffic moved: keeps the event loop from sleeping for the next turns.
     bool reportMessagingActivityInEventLoop();
     // The one sleep of the process, at most `microseconds`; the process lock is let go meanwhile.
     void waitForActivity(int64_t microseconds);
-    // The main task's body: one round of the coordinator per slice, until it stops.
-    void timeslice_yielding(const std::shared_ptr<Task>& task, bool& success);
+    // The main task's body: one round of the coordinator per slice, until it stops. A round walks the tree
+    // of services.
+    void timeslice_yielding(const std::shared_ptr<Task>& task, bool& success) override;
 
     // The process's one input stream, made at the first call: standard input with -I, else the console.
     std::shared_ptr<InputStream> inputStreamFactory();
@@ -200,6 +235,8 @@ private:
     [[nodiscard]] static bool addConfigFiles(std::map<char, std::vector<std::string>>& switches);
     // The path of the folder `name` below the program's data folder; "" without a user data folder.
     static std::string programFolderPath(const char* name);
+    // Walks the tree down the path of names and numbers; null when a step finds nothing.
+    std::shared_ptr<const IObject> findServiceByIndices(const std::vector<std::string>& indexList);
 
     bool fIsTerminating = false;                 // set once by terminate(); never reset
     std::shared_ptr<Task> fMainTask;             // runs timeslice_yielding
@@ -214,9 +251,6 @@ private:
     static inline bool fIsVersionRequested = false;                       // -v: stop right after start-up
     static inline ConfigStack fConfigStack;                               // the configuration files
     static inline std::map<std::string, std::string> fUrlMap;             // section urlMap
-    static inline std::map<std::string, std::string> fCoordinatorNameMap; // section coordinatorMap
-    static inline std::map<std::string, std::string> fHostMap;            // section hosts
-    static inline std::set<std::string> fLocalHostNames;                  // names of this machine
     static inline std::string fNodePrefix;                                // see getNodePrefix
     static inline std::string fPipeFolderPath;                            // see getPipeFolderPath
     static inline std::string fSessionDataFolderPath;                     // see getSessionDataFolderPath

@@ -156,27 +156,7 @@ std::string InternalCoordinator::getConfigValue(const std::string& section, cons
     return fConfigStack.getValue(section, key, defaultValue, fCoordinatorName);
 }
 
-bool InternalCoordinator::registerLocalHostName(const std::string& hostName) {
-    bool retVal = false;
-    do {
-        SANITY_CHECK(! hostName.empty());
-        fLocalHostNames.insert(Utils::toLower(hostName));
-        retVal = true;
-    } while (false);
-    return retVal;
-}
-
-bool InternalCoordinator::registerHostName(const std::string& hostName, const std::string& address) {
-    bool retVal = false;
-    do {
-        SANITY_CHECK(! hostName.empty() && ! address.empty());
-        fHostMap[Utils::toLower(hostName)] = address;
-        retVal = true;
-    } while (false);
-    return retVal;
-}
-
-std::string InternalCoordinator::mapCoordinatorName(const std::string& name) {
+std::string InternalCoordinator::urlMapCoordinatorName(const std::string& name) {
     auto iter = fUrlMap.find(name);
     std::string mapped = iter != fUrlMap.end() && ! iter->second.empty() ? iter->second : name;
     if (! mapped.empty() && mapped.rfind(COORDINATOR_NAME_PREFIX, 0) != 0) {
@@ -230,26 +210,25 @@ bool InternalCoordinator::processConfigStack() {
         SANITY_CHECK(registerLocalHostName("::1"));
         SANITY_CHECK(registerLocalHostName("localhost"));
         fUrlMap.clear();
-        fCoordinatorNameMap.clear();
-        fHostMap.clear();
+        fCoordinatorMap.clear();
         for (const auto& [key, value] : fConfigStack.getTable("urlMap")) {
             if (! key.empty() && ! value.empty()) {
                 fUrlMap[key] = value;
             }
         }
         for (const auto& [key, value] : fConfigStack.getTable("coordinatorMap")) {
-            fCoordinatorNameMap[Utils::toLower(key)] = value;
+            fCoordinatorMap[Utils::toLower(key)] = value;
         }
         for (const auto& [key, value] : fConfigStack.getTable("hosts")) {
             VERIFY(registerHostName(key, value));
         }
         const std::string name = getConfigValue(CONFIG_SECTION, "coordinatorName", fCoordinatorName);
-        fCoordinatorName = mapCoordinatorName(name.empty() ? fCoordinatorName : name);
+        fCoordinatorName = urlMapCoordinatorName(name.empty() ? fCoordinatorName : name);
         const std::string shortName =
             getConfigValue(CONFIG_SECTION, "coordinatorShortName", fCoordinatorShortName);
         if (! shortName.empty()) {
             fCoordinatorShortName = shortName;
-            fCoordinatorName = mapCoordinatorName(shortName);
+            fCoordinatorName = urlMapCoordinatorName(shortName);
         }
         readLoggerSettings();
         for (const SettingEntry& setting : kSettings) {

@@ -124,9 +124,9 @@ bool InternalCoordinatorTest::testCommandLine() {
         SANITY_CHECK(InternalCoordinator::processCmdLineArg('e', {"7"}));
         CHECK_EQUAL(InternalCoordinator::fConsoleEcho, 0);
         InternalCoordinator::fConsoleEcho = savedEcho;
-        CHECK_EQUAL(InternalCoordinator::mapCoordinatorName("reflector"),
+        CHECK_EQUAL(InternalCoordinator::urlMapCoordinatorName("reflector"),
                     "net.braidwell.coordinator.reflector");
-        CHECK_EQUAL(InternalCoordinator::mapCoordinatorName("net.braidwell.coordinator.x"),
+        CHECK_EQUAL(InternalCoordinator::urlMapCoordinatorName("net.braidwell.coordinator.x"),
                     "net.braidwell.coordinator.x");
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('N', {}));
         SANITY_CHECK(! InternalCoordinator::processCmdLineArg('y', {}));

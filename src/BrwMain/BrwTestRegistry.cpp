@@ -2,12 +2,16 @@
 
 #include <memory>
 
+#include "BrwAddress/BrwAddressTest.h"
 #include "BrwCoordinator/BrwConfigStackTest.h"
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
+#include "BrwData/BrwDataTest.h"
 #include "BrwData/BrwIniTest.h"
+#include "BrwEvent/BrwEventTest.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwLoggerTest.h"
 #include "BrwMain/BrwTest.h"
+#include "BrwMessage/BrwMessageTest.h"
 #include "BrwObject/BrwObjectRegistryTest.h"
 #include "BrwParser/BrwAccessorTest.h"
 #include "BrwParser/BrwBuiltinsTest.h"
@@ -21,6 +25,8 @@
 #include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwScriptLimitsTest.h"
 #include "BrwParser/BrwStreamTest.h"
+#include "BrwSerializer/BrwSerializerTest.h"
+#include "BrwService/BrwServiceTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
 #include "BrwTask/BrwParseScriptTaskTest.h"
 #include "BrwTask/BrwTaskTest.h"
@@ -53,6 +59,9 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<BuiltinsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<InstrumentScriptStreamTaskTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ParseScriptTaskTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<SerializerTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<DataTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<EventTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ScriptLimitsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<OMTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<DirsTest>()));
@@ -62,6 +71,9 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<ProcessTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<FileBuiltinsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<OMFileSystemTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<AddressTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<MessageTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<ServiceTest>()));
         retVal = true;
     } while (false);
     return retVal;

@@ -2,6 +2,7 @@
 
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwClassTest.h"
+#include "BrwMessage/BrwOpCode.h"
 
 namespace Brw {
 
@@ -17,6 +18,10 @@ uint64_t Object::fObjectCount = 0;
 
 void reportNoObjectFromFactory() {
     LOG_ERROR("no object");
+}
+
+void Object::reportNoRegisterDeregister() {
+    LOG_ERROR("no registerDeregister");
 }
 
 namespace {
@@ -308,6 +313,20 @@ void Object::deleteTables() {
     fByNameFactoryMap = nullptr;
     delete fPrototypeMap;
     fPrototypeMap = nullptr;
+}
+
+std::string Object::opCodeToString(int32_t opCode) {
+    // By value of OpCode, which travels as its number.
+    static const char* const OPCODE_TEXTS[] = {
+        "none",       "terminate", "ping",       "ping_reply",  "logTrace",    "logNote",
+        "logWarning", "logError",  "stdOut",     "stdErr",      "openSession", "closeSession",
+        "eval",       "evalFile",  "evalResult", "dataRequest", "dataReply"};
+    static_assert(std::size(OPCODE_TEXTS) == OPCODE_COUNT);
+    if (opCode < 0 || opCode >= OPCODE_COUNT) {
+        LOG_ERROR("unknown opCode");
+        return std::string();
+    }
+    return OPCODE_TEXTS[opCode];
 }
 
 } // namespace Brw

@@ -63,6 +63,25 @@ public:
     static DeserializationFactoryWrapperClass getDeserializationFactory(const std::string& typeName);
     static ByNameFactoryWrapperClass getByNameFactory(const std::string& typeName);
     static std::vector<std::string> getRegisteredTypeNames();
+    // The text of a message's kind, such as "evalResult"; a value that is no opcode is reported ("unknown
+    // opCode") and gives the empty text.
+    static std::string opCodeToString(int32_t opCode);
+
+    // The body of every class's registerDeregisterClass: `registerCall` for REGISTER and `deregisterCall`
+    // for DEREGISTER, each a checked call of one table; any other value reports "no registerDeregister".
+    template <class RegisterCall, class DeregisterCall>
+    [[nodiscard]] static bool registerDeregister(RegisterDeregister registerDeregister,
+                                                 RegisterCall registerCall, DeregisterCall deregisterCall) {
+        bool retVal = false;
+        if (registerDeregister == REGISTER) {
+            retVal = registerCall();
+        } else if (registerDeregister == DEREGISTER) {
+            retVal = deregisterCall();
+        } else {
+            reportNoRegisterDeregister();
+        }
+        return retVal;
+    }
 
     // Deletes the six tables: part of the process's teardown, after which no object may be registered.
     static void deleteTables();
@@ -93,6 +112,8 @@ protected:
     Object() = default;
 
 private:
+    static void reportNoRegisterDeregister(); // logs "no registerDeregister"
+
     mutable GUIDClass* fGUID = nullptr; // interned, not owned; null until asked for
     uint64_t fID = 0;                   // 0: not registered
 

@@ -277,35 +277,37 @@ std::string Utils::unescapeIPC(const std::string& str) {
     return unescaped;
 }
 
-std::string Utils::escapeSerializer(const std::string& str) {
+std::string Utils::escapeSerializer(const std::string& str, const EscapeTable& table) {
     std::string escaped;
     escaped.reserve(str.size());
     for (char c : str) {
-        if (c == '\n') {
-            escaped += "\\n";
-        } else if (c == '\0') {
-            escaped += "\\z";
+        const unsigned char letter = table.letterFor(static_cast<unsigned char>(c));
+        if (letter != EscapeTable::NO_ENTRY) {
+            escaped += static_cast<char>(EscapeTable::ESCAPE_CHAR);
+            escaped += static_cast<char>(letter);
         } else {
-            if (c == '"' || c == '\\') {
-                escaped += '\\';
-            }
             escaped += c;
         }
     }
     return escaped;
 }
 
-// A backslash that starts no escape stays as it is.
-std::string Utils::unescapeSerializer(const std::string& str) {
+// A letter the table doesn't know stands for itself, and a backslash at the very end is dropped: any
+// text unescapes to something, and escaped text comes back exactly.
+std::string Utils::unescapeSerializer(const std::string& str, const EscapeTable& table) {
     std::string unescaped;
     unescaped.reserve(str.size());
-    for (size_t pos = 0; pos < str.size(); ++pos) {
-        const char next = pos + 1 < str.size() ? str[pos + 1] : 0;
-        if (str[pos] == '\\' && (next == 'n' || next == 'z' || next == '"' || next == '\\')) {
-            unescaped += next == 'n' ? '\n' : (next == 'z' ? '\0' : next);
-            ++pos;
+    bool isEscaped = false; // the previous byte was an escaping backslash
+    for (char c : str) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (isEscaped) {
+            const unsigned char meant = table.byteFor(byte);
+            unescaped += meant != EscapeTable::NO_ENTRY ? static_cast<char>(meant) : c;
+            isEscaped = false;
+        } else if (byte == EscapeTable::ESCAPE_CHAR) {
+            isEscaped = true;
         } else {
-            unescaped += str[pos];
+            unescaped += c;
         }
     }
     return unescaped;

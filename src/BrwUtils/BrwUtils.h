@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "BrwUtils/BrwEscapeTable.h"
+
 namespace Brw {
 
 // Static helpers on strings, which are bytes of UTF-8 (std::wstring for the wide forms).
@@ -24,9 +26,12 @@ public:
     // Pipe lines: "-" becomes "--", a line feed "-n", a NUL byte "-z".
     static std::string escapeIPC(const std::string& str);
     static std::string unescapeIPC(const std::string& str);
-    // Serializer lines: line feed as \n, NUL as \z, quote and backslash with a backslash.
-    static std::string escapeSerializer(const std::string& str);
-    static std::string unescapeSerializer(const std::string& str);
+    // Backslash escapes by `table`: by default the ini and script forms (line feed as \n, NUL as \z, quote
+    // and backslash with a backslash); the serializer's lines use EscapeTable::serializerLines().
+    static std::string escapeSerializer(const std::string& str,
+                                        const EscapeTable& table = EscapeTable::textForms());
+    static std::string unescapeSerializer(const std::string& str,
+                                          const EscapeTable& table = EscapeTable::textForms());
 
     // "?" matches one character, "*" any run; the whole string must match.
     static bool isWildCardMatch(const std::string& str, const std::string& pattern);
