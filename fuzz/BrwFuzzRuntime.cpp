@@ -8,6 +8,7 @@
 #include "BrwLogger/BrwLogger.h"
 #include "BrwLogger/BrwScriptErrorLog.h"
 #include "BrwMain/BrwMain.h"
+#include "BrwParser/BrwOMContainerRegistry.h"
 #include "BrwTask/BrwTask.h"
 #include "BrwTestEnvironment.h"
 #include "BrwUtils/BrwUtils.h"
@@ -58,9 +59,11 @@ void fail(const char* why) {
 }
 
 InputScope::InputScope()
-    : fObjectCount(Brw::Object::getObjectCount()), fTaskCount(Brw::Task::getRegisteredTaskCount()) {}
+    : fContainerMark(Brw::OMContainerRegistry::getMark()), fObjectCount(Brw::Object::getObjectCount()),
+      fTaskCount(Brw::Task::getRegisteredTaskCount()) {}
 
 InputScope::~InputScope() {
+    Brw::OMContainerRegistry::releaseElementsSince(fContainerMark);
     if (Brw::Object::getObjectCount() != fObjectCount) {
         fail("the input left a runtime object behind");
     }

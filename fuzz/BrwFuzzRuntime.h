@@ -15,7 +15,8 @@ void startRuntime(const char* programName);
 // Ends the run with `why` on standard error; the fuzzer keeps the input that led here.
 [[noreturn]] void fail(const char* why);
 
-// Watches one input: when it ends, every runtime object and task that the input made must be gone.
+// Watches one input: when it ends, every runtime object and task that the input made must be gone. Values
+// that a script made hold themselves are broken first, as the program does it at exit: they stay otherwise.
 class InputScope {
 public:
     InputScope();
@@ -24,8 +25,9 @@ public:
     InputScope& operator=(const InputScope&) = delete;
 
 private:
-    uint64_t fObjectCount; // runtime objects before the input
-    size_t fTaskCount;     // registered tasks before the input
+    uint64_t fContainerMark; // the containers made before the input
+    uint64_t fObjectCount;   // runtime objects before the input
+    size_t fTaskCount;       // registered tasks before the input
 };
 
 } // namespace BrwFuzz

@@ -12,6 +12,7 @@
 #include "BrwCoordinator/BrwInternalCoordinator.h"
 #include "BrwMain/BrwLogRecorder.h"
 #include "BrwObject/BrwGUIDClass.h"
+#include "BrwService/BrwServiceNull.h"
 #include "BrwService/BrwServiceSampleForTests.h"
 
 namespace Brw {
@@ -20,24 +21,24 @@ namespace {
 
 using ObjectPtr = std::shared_ptr<IObject>;
 
-const std::string kNull = "net.braidwell.service.null";
+const std::string kNull = ServiceNull::SERVICE_NAME;
 
-// A service named like the null service below the coordinator, for the life of a test.
-class NullServiceScope {
+// A service that a test hangs into the tree, out of it again when the test ends.
+class ServiceScope {
 public:
-    NullServiceScope() : fService(ServiceSampleForTests::factory(kNull, InternalCoordinator::factory())) {}
-    ~NullServiceScope() {
+    explicit ServiceScope(std::shared_ptr<ServiceSampleForTests> service) : fService(std::move(service)) {}
+    ~ServiceScope() {
         if (fService) {
             (void)fService->deregisterObject();
         }
     }
-    NullServiceScope(const NullServiceScope&) = delete;
-    NullServiceScope& operator=(const NullServiceScope&) = delete;
+    ServiceScope(const ServiceScope&) = delete;
+    ServiceScope& operator=(const ServiceScope&) = delete;
 
     const std::shared_ptr<ServiceSampleForTests>& get() const { return fService; }
 
 private:
-    std::shared_ptr<ServiceSampleForTests> fService; // the stand-in for the null service
+    std::shared_ptr<ServiceSampleForTests> fService; // made for the test
 };
 
 ObjectPtr fromURL(const std::string& url, std::string& tail) {
@@ -93,8 +94,8 @@ bool AddressTest::test() {
 bool AddressTest::testURLsMakeTheirAddresses() {
     bool retVal = false;
     do {
-        NullServiceScope nullService;
-        SANITY_CHECK(nullService.get());
+        const auto nullService = std::dynamic_pointer_cast<IService>(ServiceNull::factory());
+        SANITY_CHECK(nullService);
         const std::string own = InternalCoordinator::getCoordinatorName();
         const ObjectPtr nullAddress = InternalAddress::factoryFromIndices(kNull + "/0");
         std::string tail;
@@ -137,12 +138,12 @@ bool AddressTest::testURLsMakeTheirAddresses() {
         SANITY_CHECK(indexed && indexed->getIndices() == kNull + "/0");
         // GUIDs: the service's resolved address, without the tail in its URL.
         GUIDClass* g = InternalCoordinator::getOwnGUID();
-        GUIDClass* n = nullService.get()->createGUID();
+        GUIDClass* n = nullService->createGUID();
         SANITY_CHECK(g && n);
         address =
             fromURL("brw://" + g->toSectionedString() + "/" + n->toSectionedString() + "/tail2/tail3", tail);
         CHECK_EQUAL(typeOf(address), LocalResolvedAddress::TYPENAME);
-        SANITY_CHECK(isEqual(address, nullService.get()->getAddressObj()));
+        SANITY_CHECK(isEqual(address, nullService->getAddressObj()));
         CHECK_EQUAL(tail, "tail2/tail3");
         CHECK_EQUAL(urlOf(address), "brw://" + g->toSectionedString() + "/" + n->toSectionedString());
         // No scheme, or another one: no address, and nothing logged.
@@ -161,11 +162,11 @@ bool AddressTest::testURLsMakeTheirAddresses() {
 bool AddressTest::testResolvedFormsAgree() {
     bool retVal = false;
     do {
-        NullServiceScope nullService;
-        SANITY_CHECK(nullService.get());
+        const auto nullService = std::dynamic_pointer_cast<IService>(ServiceNull::factory());
+        SANITY_CHECK(nullService);
         const std::string own = InternalCoordinator::getCoordinatorName();
         GUIDClass* g = InternalCoordinator::getOwnGUID();
-        GUIDClass* n = nullService.get()->createGUID();
+        GUIDClass* n = nullService->createGUID();
         const std::vector<ObjectPtr> forms = {
             InternalAddress::factoryFromIndices(kNull),
             LocalUnresolvedAddress::factoryFromCoordinatorNameIndices(own, kNull + "/0"),
@@ -196,10 +197,10 @@ bool AddressTest::testResolvedFormsAgree() {
 bool AddressTest::testUnknownGUIDsResolveToNothing() {
     bool retVal = false;
     do {
-        NullServiceScope nullService;
-        SANITY_CHECK(nullService.get());
+        const auto nullService = std::dynamic_pointer_cast<IService>(ServiceNull::factory());
+        SANITY_CHECK(nullService);
         GUIDClass* g = InternalCoordinator::getOwnGUID();
-        GUIDClass* n = nullService.get()->createGUID();
+        GUIDClass* n = nullService->createGUID();
         const std::vector<std::pair<GUIDClass*, GUIDClass*>> unknown = {
             {randomGUID(), g}, {g, randomGUID()}, {n, randomGUID()}, {randomGUID(), randomGUID()}};
         for (const auto& [addressed, upstream] : unknown) {
@@ -241,12 +242,12 @@ bool AddressTest::testUnknownGUIDsResolveToNothing() {
 bool AddressTest::testPathsAndTheirChecks() {
     bool retVal = false;
     do {
-        NullServiceScope nullService;
-        SANITY_CHECK(nullService.get());
-        auto top = ServiceSampleForTests::factory("top", nullService.get());
-        auto subtest0 = ServiceSampleForTests::factory("subtest", top);
-        auto subtest1 = ServiceSampleForTests::factory("subtest", top);
-        SANITY_CHECK(top && subtest0 && subtest1);
+        const auto nullService = std::dynamic_pointer_cast<IService>(ServiceNull::factory());
+        SANITY_CHECK(nullService);
+        const ServiceScope top(ServiceSampleForTests::factoryFromParentName(nullService, "top"));
+        auto subtest0 = ServiceSampleForTests::factoryFromParentName(top.get(), "subtest");
+        auto subtest1 = ServiceSampleForTests::factoryFromParentName(top.get(), "subtest");
+        SANITY_CHECK(top.get() && subtest0 && subtest1);
         const std::string path = kNull + "/0/top/0/subtest/";
         SANITY_CHECK(resolvedOf(InternalAddress::factoryFromIndices(path + "0")));
         SANITY_CHECK(resolvedOf(InternalAddress::factoryFromIndices(path + "1")));

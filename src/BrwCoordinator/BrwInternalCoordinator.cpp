@@ -27,6 +27,10 @@
 #include "BrwParser/BrwOMStored.h"
 #include "BrwParser/BrwOutputStreamStdOut.h"
 #include "BrwSerializer/BrwSimpleSerializer.h"
+#include "BrwService/BrwServiceLog.h"
+#include "BrwService/BrwServiceNull.h"
+#include "BrwService/BrwServicePing.h"
+#include "BrwService/BrwServiceSampleForTests.h"
 #include "BrwTask/BrwCallTask.h"
 #include "BrwTask/BrwParseAndEvalStreamTask.h"
 #include "BrwTask/BrwYielding.h"
@@ -50,12 +54,16 @@ const RegisterDeregisterFunction kObjectClasses[] = {
     Event::registerDeregisterClass,
     InternalAddress::registerDeregisterClass,
     InternalCoordinator::registerDeregisterClass,
+    Message::registerDeregisterClass,
     LocalResolvedAddress::registerDeregisterClass,
     LocalUnresolvedAddress::registerDeregisterClass,
-    Message::registerDeregisterClass,
+    ServiceLog::registerDeregisterClass,
+    ServiceNull::registerDeregisterClass,
+    ServicePing::registerDeregisterClass,
+    ServiceSampleForTests::registerDeregisterClass,
+    SimpleSerializer::registerDeregisterClass,
     RemoteResolvedAddress::registerDeregisterClass,
     RemoteUnresolvedAddress::registerDeregisterClass,
-    SimpleSerializer::registerDeregisterClass,
 };
 
 bool walkObjectClasses(RegisterDeregister registerDeregister) {
@@ -195,6 +203,10 @@ bool InternalCoordinator::init(int argc, char** argv) {
         SANITY_CHECK(internalCoordinator->createGUID());
         ASSIGN(internalCoordinator->fCoordinatorScope, OMScope::factory(nullptr, OMScope::READS_PARENT));
         SANITY_CHECK(internalCoordinator->claimCoordinatorName());
+        // The services that every coordinator has.
+        SANITY_CHECK(ServiceNull::factory());
+        SANITY_CHECK(ServicePing::factory());
+        SANITY_CHECK(ServiceLog::factory());
         ASSIGN(internalCoordinator->fMainTask, MainTaskTimesliceTask::factory());
         SANITY_CHECK(internalCoordinator->runStartupScript());
         retVal = true;
@@ -440,13 +452,18 @@ bool InternalCoordinator::isTerminatingAndIdle() {
 }
 
 bool InternalCoordinator::isIdle() {
-    const bool areServicesIdle = Service_abstract::isIdle();
-    if (fIsTerminating) {
-        LOG_TRACE(areServicesIdle
-                      ? "fIsTerminating and isIdle"
-                      : "fIsTerminating but not idle because inherited ! Service_abstract::isIdle()");
+    const char* notIdleReason = nullptr;
+    if (fIsProcessingMessageQueue != 0) {
+        notIdleReason = "fIsTerminating but not idle because fIsProcessingMessageQueue";
+    } else if (! fMessageQueue.empty()) {
+        notIdleReason = "fIsTerminating but not idle because ! fMessageQueue.empty()";
+    } else if (! Service_abstract::isIdle()) {
+        notIdleReason = "fIsTerminating but not idle because inherited ! Service_abstract::isIdle()";
     }
-    return areServicesIdle;
+    if (fIsTerminating) {
+        LOG_TRACE(notIdleReason != nullptr ? notIdleReason : "fIsTerminating and isIdle");
+    }
+    return notIdleReason == nullptr;
 }
 
 bool InternalCoordinator::reportMessagingActivityInEventLoop() {
@@ -542,6 +559,7 @@ void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, 
     YIELDING_BEGIN(LocalVariableState, frame, success = false);
     while (! isTerminatingAndIdle()) {
         ++fRoundCounter;
+        EXPECTED(handleMessagingTimeslice());
         if (fUpdateSessionData) {
             VERIFY(writeSessionData());
         }

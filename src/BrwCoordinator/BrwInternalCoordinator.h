@@ -35,6 +35,8 @@ public:
     static constexpr int BUILD = 1;
     static constexpr const char* MAIN_COORDINATOR_NAME = "net.braidwell.coordinator.main";
     static constexpr const char* REFLECTOR_COORDINATOR_NAME = "net.braidwell.coordinator.reflector";
+    // The coordinator that carries messages to other machines.
+    static constexpr const char* GATEWAY_COORDINATOR_NAME = "net.braidwell.coordinator.gateway";
     // What every full coordinator name begins with.
     static constexpr const char* COORDINATOR_NAME_PREFIX = "net.braidwell.coordinator.";
     // The section of the settings in the configuration files.
@@ -177,6 +179,30 @@ public:
     [[nodiscard]] bool
     registerSenderAddressObj(const std::shared_ptr<const IObject>& senderAddressObj) override;
     std::shared_ptr<const IObject> resolveAddress(const std::shared_ptr<const IObject>& addressObj) override;
+    // Learns that the coordinator of this GUID is `coordinatorName` on `hostName` (none when local).
+    [[nodiscard]] static bool registerUpstreamCoordinator(const std::string& hostName,
+                                                          const std::string& coordinatorName,
+                                                          GUIDClass* upstreamCoordinatorGUID);
+
+    // ---- routing (BrwInternalCoordinatorRouting.cpp) ----
+    // Hands the text of a message to another machine; set by the coordinator that carries the traffic
+    // between machines, null elsewhere.
+    using GatewaySendFunction = bool (*)(const std::string& hostName, const std::string& messageText);
+    // The only way into the router: the message waits for the next processMessageQueues.
+    [[nodiscard]] bool queueMessage(const std::shared_ptr<IObject>& messageObj);
+    // Routes what was queued before the call; what the deliveries queue waits for the next call.
+    [[nodiscard]] bool processMessageQueues();
+    // The text of one message from this machine's pipe.
+    [[nodiscard]] bool receiveMessageStr(const std::string& str);
+    // The text of one message from `hostName`, through the gateway.
+    [[nodiscard]] bool receiveGatewayMessageStr(const std::string& hostName, const std::string& str);
+    // TERMINATE ends the coordinator; STD_OUT and STD_ERR write their text; the rest is for listeners.
+    bool receiveMessage(const std::shared_ptr<IObject>& messageObj) override;
+    // One pass over the pipes and the queue; always true, a failed step is reported.
+    bool handleMessagingTimeslice();
+    void setGatewaySendFunction(GatewaySendFunction gatewaySendFunction) {
+        fGatewaySendFunction = gatewaySendFunction;
+    }
 
     // Runs the main task and the started tasks for `microseconds`, or without limit when negative, until
     // the main task ends.
@@ -237,6 +263,11 @@ private:
     static std::string programFolderPath(const char* name);
     // Walks the tree down the path of names and numbers; null when a step finds nothing.
     std::shared_ptr<const IObject> findServiceByIndices(const std::vector<std::string>& indexList);
+    // Delivers one message here, or hands it on towards the coordinator or machine it is for.
+    [[nodiscard]] bool relayMessage(const std::shared_ptr<const IObject>& messageObj);
+    // Hands a message to the coordinator of this machine named `coordinatorName`.
+    [[nodiscard]] bool relayOutgoingMessage(const std::string& coordinatorName,
+                                            const std::shared_ptr<const IObject>& messageObj);
 
     bool fIsTerminating = false;                 // set once by terminate(); never reset
     std::shared_ptr<Task> fMainTask;             // runs timeslice_yielding
@@ -247,6 +278,9 @@ private:
     std::shared_ptr<OutputStream> fOutputStream; // made by outputStreamFactory
     PidFile fPidFile;                            // the published identifier and its lock
     std::string fLastSessionData;                // the text last written to the session file
+    std::vector<std::shared_ptr<const IObject>> fMessageQueue; // messages waiting to be routed
+    int32_t fIsProcessingMessageQueue = 0;                     // non-zero while processMessageQueues runs
+    GatewaySendFunction fGatewaySendFunction = nullptr;        // see setGatewaySendFunction
 
     static inline bool fIsVersionRequested = false;                       // -v: stop right after start-up
     static inline ConfigStack fConfigStack;                               // the configuration files

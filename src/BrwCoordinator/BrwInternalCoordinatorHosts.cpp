@@ -178,19 +178,30 @@ bool InternalCoordinator::registerSenderAddressObj(const std::shared_ptr<const I
         ASSIGN_CONST_TYPED(ICoordinatorNameAddress, coordinatorNameAddress, senderAddressObj);
         SANITY_CHECK(std::dynamic_pointer_cast<const IAddress>(senderAddressObj));
         GUIDClass* upstreamCoordinatorGUID = guidAddress->getUpstreamCoordinatorGUID();
+        SANITY_CHECK(registerUpstreamCoordinator(hostNameAddress->getHostName(),
+                                                 coordinatorNameAddress->getCoordinatorName(),
+                                                 upstreamCoordinatorGUID));
+        if (GUIDClass* senderGUID = guidAddress->getAddressedGUID()) {
+            hostTables().upstreamBySender[senderGUID] = upstreamCoordinatorGUID;
+        }
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool InternalCoordinator::registerUpstreamCoordinator(const std::string& hostName,
+                                                      const std::string& coordinatorName,
+                                                      GUIDClass* upstreamCoordinatorGUID) {
+    bool retVal = false;
+    do {
         SANITY_CHECK(upstreamCoordinatorGUID);
-        const std::string hostName = hostNameAddress->getHostName();
         const std::string host = isLocalHostName(hostName) ? std::string() : Utils::toLower(hostName);
-        const std::string coordinatorName = coordinatorNameAddress->getCoordinatorName();
         HostTables& tables = hostTables();
         if (! coordinatorName.empty()) {
             tables.upstreamByHostAndName[coordinatorKey(host, coordinatorName)] = upstreamCoordinatorGUID;
             tables.coordinatorNameByUpstream[upstreamCoordinatorGUID] = coordinatorName;
         }
         tables.hostNameByUpstream[upstreamCoordinatorGUID] = host;
-        if (GUIDClass* senderGUID = guidAddress->getAddressedGUID()) {
-            tables.upstreamBySender[senderGUID] = upstreamCoordinatorGUID;
-        }
         retVal = true;
     } while (false);
     return retVal;

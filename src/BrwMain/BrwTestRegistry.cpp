@@ -5,6 +5,7 @@
 #include "BrwAddress/BrwAddressTest.h"
 #include "BrwCoordinator/BrwConfigStackTest.h"
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
+#include "BrwCoordinator/BrwRoutingTest.h"
 #include "BrwData/BrwDataTest.h"
 #include "BrwData/BrwIniTest.h"
 #include "BrwEvent/BrwEventTest.h"
@@ -74,6 +75,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<AddressTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<MessageTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ServiceTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<RoutingTest>()));
         retVal = true;
     } while (false);
     return retVal;

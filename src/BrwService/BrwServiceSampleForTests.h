@@ -12,11 +12,13 @@ namespace Brw {
 class ServiceSampleForTests : public Service_abstract {
 public:
     static constexpr const char* TYPENAME = "ServiceSampleForTests";
-    static constexpr const char* SERVICE_NAME = "net.braidwell.service.sample";
+    static constexpr const char* SERVICE_NAME = "net.braidwell.service.test.sample";
 
     // A sample named `name` (the service name when empty), attached below `parentObj` when one is given.
-    static std::shared_ptr<ServiceSampleForTests>
-    factory(const std::string& name = std::string(), const std::shared_ptr<IObject>& parentObj = nullptr);
+    static std::shared_ptr<ServiceSampleForTests> factoryFromParentName(const std::shared_ptr<IObject>& parentObj,
+                                                                        const std::string& name);
+    // Nothing to register: tests make samples by name below a parent of their choice.
+    [[nodiscard]] static bool registerDeregisterClass(RegisterDeregister registerDeregister);
 
     std::string typeName() const override { return TYPENAME; }
     std::string getServiceName() const override { return SERVICE_NAME; }
@@ -40,6 +42,22 @@ private:
     bool fIsBusy = false;                                    // not idle while set
     std::vector<std::shared_ptr<IObject>> fReceivedMessages; // in the order of arrival
     uint64_t fSliceCount = 0;                                // slices it had
+};
+
+// Samples made for one test, below the coordinator unless told otherwise; taken out of the tree at the end
+// of the test.
+class SampleTree {
+public:
+    SampleTree() = default;
+    ~SampleTree();
+    SampleTree(const SampleTree&) = delete;
+    SampleTree& operator=(const SampleTree&) = delete;
+
+    std::shared_ptr<ServiceSampleForTests> add(const std::string& name,
+                                               const std::shared_ptr<IObject>& parent = nullptr);
+
+private:
+    std::vector<std::shared_ptr<ServiceSampleForTests>> fServices; // the services made, parents first
 };
 
 } // namespace Brw

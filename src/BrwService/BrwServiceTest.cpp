@@ -18,27 +18,6 @@ namespace {
 
 using SamplePtr = std::shared_ptr<ServiceSampleForTests>;
 
-// Services made for one test, below the coordinator; taken out of the tree at the end of the test.
-class SampleTree {
-public:
-    ~SampleTree() {
-        for (const SamplePtr& service : fServices) {
-            (void)service->deregisterObject();
-        }
-    }
-    SamplePtr add(const std::string& name,
-                  const std::shared_ptr<IObject>& parent = InternalCoordinator::factory()) {
-        SamplePtr service = ServiceSampleForTests::factory(name, parent);
-        if (service) {
-            fServices.push_back(service);
-        }
-        return service;
-    }
-
-private:
-    std::vector<SamplePtr> fServices; // the services made, parents first
-};
-
 std::shared_ptr<IService> coordinatorService() {
     return std::dynamic_pointer_cast<IService>(InternalCoordinator::factory());
 }
@@ -175,7 +154,7 @@ bool ServiceTest::testGUIDsAreHandedOutOnRequest() {
         SANITY_CHECK(Object::getRegisteredObject(child->getGUID()) == child);
         CHECK_EQUAL(parent->getChildren().size(), 1u);
         // A service without a parent can't have one.
-        SamplePtr orphan = ServiceSampleForTests::factory("orphan");
+        SamplePtr orphan = ServiceSampleForTests::factoryFromParentName(nullptr, "orphan");
         SANITY_CHECK(orphan);
         SANITY_CHECK(LogRecorder::failsWith([&] { return orphan->createGUID(); }, "no parent"));
         SANITY_CHECK(orphan->deregisterObject());
