@@ -118,6 +118,18 @@ TEST_F(PlaceTest, TwoCoordinatorsOfOneNameStartedTogetherRunOneAtATime) {
     }
 }
 
+TEST_F(PlaceTest, PidFileRemovedUnderARunningCoordinatorIsPublishedAgain) {
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.republished");
+    const fs::path pidFile = sessionFile(name, ".pid");
+    Background server({kBinary, "-s", "-n", name});
+    ASSERT_TRUE(waitFor([&] { return readText(pidFile) == std::to_string(server.pid()); }));
+    fs::remove(pidFile);
+    ASSERT_TRUE(waitFor([&] { return readText(pidFile) == std::to_string(server.pid()); }));
+    // The new file is locked as the first was: the name is still taken.
+    auto refused = runProcess({kBinary, "-n", name, "-w", "0"});
+    EXPECT_NE(refused.standardError.find(kRunningAlready), std::string::npos) << refused.standardError;
+}
+
 TEST_F(PlaceTest, PidFileOfAKilledCoordinatorStopsNobody) {
     const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.killed");
     const fs::path pidFile = sessionFile(name, ".pid");

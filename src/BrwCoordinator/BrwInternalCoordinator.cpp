@@ -564,6 +564,7 @@ void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, 
             VERIFY(writeSessionData());
         }
         YIELDING_CALL(Service_abstract::timeslice_yielding(task, frame->isTreeWalked));
+        VERIFY(checkPublishedProcessId());
         YIELDING_WAIT(task->yield());
     }
     success = true;

@@ -253,6 +253,8 @@ private:
     [[nodiscard]] static bool applySwitch(char switchLetter, const std::string& argument);
     // Runs the startup script of -F to its end in the coordinator scope.
     [[nodiscard]] bool runStartupScript();
+    // Publishes the .pid file again when it has gone; main ends when another process has taken it over.
+    [[nodiscard]] bool checkPublishedProcessId();
     // The checks and steps of init that make this process the one coordinator of its name.
     [[nodiscard]] bool claimCoordinatorName();
     // Takes BRAIDWELL_CONFIG_NODE_NAME.

@@ -94,6 +94,27 @@ bool InternalCoordinator::publishProcessId() {
     return retVal;
 }
 
+bool InternalCoordinator::checkPublishedProcessId() {
+    bool retVal = false;
+    do {
+        if (! fPidFile.isPublished()) {
+            retVal = true;
+            break;
+        }
+        const PidFile::Standing standing = fPidFile.getStanding();
+        if (standing == PidFile::Standing::GONE) {
+            LOG_NOTE("the .pid file has gone; publishing it again");
+            SANITY_CHECK(fPidFile.republish(Process::getCurrentProcessId()));
+        } else if (standing == PidFile::Standing::REPLACED && fCoordinatorName == MAIN_COORDINATOR_NAME &&
+                   readPublishedProcessId() != Process::getCurrentProcessId()) {
+            LOG_ERROR("published pid has changed; another coordinator node has taken over. Terminating");
+            terminate();
+        }
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
 bool InternalCoordinator::claimCoordinatorName() {
     bool retVal = false;
     do {

@@ -123,6 +123,19 @@ bool PidFile::publish(const std::string& filePath, uint32_t processId) {
     return retVal;
 }
 
+PidFile::Standing PidFile::getStanding() const {
+    if (isSameFile(fLock.get(), fFilePath)) {
+        return Standing::OWN;
+    }
+    struct stat named {};
+    return ::stat(fFilePath.c_str(), &named) != 0 && errno == ENOENT ? Standing::GONE : Standing::REPLACED;
+}
+
+bool PidFile::republish(uint32_t processId) {
+    fLock.reset();
+    return publish(fFilePath, processId);
+}
+
 bool PidFile::remove() {
     bool retVal = false;
     do {

@@ -29,6 +29,11 @@ public:
     // Removes the file while the lock is still held, then lets go. True when nothing is published.
     [[nodiscard]] bool remove();
     bool isPublished() const { return fLock.isOpen(); }
+    // What stands at the published path now: this process's file, nothing, or a file that replaced it.
+    enum class Standing { OWN, GONE, REPLACED };
+    Standing getStanding() const;
+    // Publishes anew after the file went from under the process.
+    [[nodiscard]] bool republish(uint32_t processId);
     const std::string& getFilePath() const { return fFilePath; }
 
 private:

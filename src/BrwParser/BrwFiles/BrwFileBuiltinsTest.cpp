@@ -29,7 +29,7 @@ bool FileBuiltinsTest::test() {
     return allOK;
 }
 
-std::string FileBuiltinsTest::run(const std::string& text) const {
+std::string FileBuiltinsTest::runScript(const std::string& text) const {
     std::shared_ptr<OMScope> scope = OMScope::factory(nullptr, OMScope::READS_PARENT);
     // Relative paths go to the script's folder, wherever the process runs.
     scope->pushScriptFilePath(fFolder + "script.bwq");
@@ -40,7 +40,7 @@ bool FileBuiltinsTest::testFilesByNumber() {
     bool retVal = false;
     do {
         const uint64_t before = ScriptErrorLog::getReportCount();
-        const std::string output = run("writeFile(\"data.txt\", \"line1\\nline2\\n\");\n"
+        const std::string output = runScript("writeFile(\"data.txt\", \"line1\\nline2\\n\");\n"
                                        "id = fileOpen(\"data.txt\", \"rb\"); id > 0\n"
                                        "fileRead(id, 3)\n"
                                        "fileRead(id, \"\\n\")\n"
@@ -74,7 +74,7 @@ bool FileBuiltinsTest::testWholeFilesAndPaths() {
     do {
         SANITY_CHECK(Dirs::writeFileWhole(fFolder + "data.txt", "line1\nline2\n"));
         const uint64_t before = ScriptErrorLog::getReportCount();
-        const std::string output = run("fileExists(\"data.txt\")\n"
+        const std::string output = runScript("fileExists(\"data.txt\")\n"
                                        "fileExists(\".\")\n"
                                        "dirExists(\".\")\n"
                                        "readFile(\"missing.txt\")\n"
@@ -103,7 +103,7 @@ bool FileBuiltinsTest::testTextLimit() {
         const std::string tooLong = ScriptLimits::textTooLongMessage();
         const uint64_t before = ScriptErrorLog::getReportCount();
         // A file longer than a text may be is an Error, read by any of the three ways; a short one reads.
-        const std::string output = run("readFile(\"data.txt\")\n"
+        const std::string output = runScript("readFile(\"data.txt\")\n"
                                        "id = fileOpen(\"data.txt\", \"r\"); fileRead(id)\n"
                                        "fileClose(id); id = fileOpen(\"data.txt\", \"r\"); fileRead(id, 6)\n"
                                        "fileClose(id)\n"

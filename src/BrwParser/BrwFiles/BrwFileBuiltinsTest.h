@@ -20,7 +20,7 @@ public:
 
 private:
     // The echo of a session whose script file is `fFolder`script.bwq.
-    std::string run(const std::string& text) const;
+    std::string runScript(const std::string& text) const;
     bool testFilesByNumber();
     bool testWholeFilesAndPaths();
     bool testTextLimit();
