@@ -471,6 +471,12 @@ bool InternalCoordinator::reportMessagingActivityInEventLoop() {
     return true;
 }
 
+void InternalCoordinator::reportMessagingActivity() {
+    if (const auto internalCoordinator = std::dynamic_pointer_cast<InternalCoordinator>(gInternalCoordinator)) {
+        internalCoordinator->reportMessagingActivityInEventLoop();
+    }
+}
+
 void InternalCoordinator::waitForActivity(int64_t microseconds) {
     if (microseconds <= 0) {
         return;

@@ -215,6 +215,8 @@ public:
     bool isIdle() override;
     // Traffic moved: keeps the event loop from sleeping for the next turns.
     bool reportMessagingActivityInEventLoop();
+    // The same for code without a coordinator at hand, the pipes: a process without one makes none.
+    static void reportMessagingActivity();
     // The one sleep of the process, at most `microseconds`; the process lock is let go meanwhile.
     void waitForActivity(int64_t microseconds);
     // The main task's body: one round of the coordinator per slice, until it stops. A round walks the tree

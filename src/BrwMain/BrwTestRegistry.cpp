@@ -5,6 +5,7 @@
 #include "BrwAddress/BrwAddressTest.h"
 #include "BrwCoordinator/BrwConfigStackTest.h"
 #include "BrwCoordinator/BrwInternalCoordinatorTest.h"
+#include "BrwCoordinator/BrwPipes/BrwPipesTest.h"
 #include "BrwCoordinator/BrwRoutingTest.h"
 #include "BrwData/BrwDataTest.h"
 #include "BrwData/BrwIniTest.h"
@@ -70,6 +71,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<ConfigStackTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<PidFileTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<ProcessTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<PipesTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<FileBuiltinsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<OMFileSystemTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<AddressTest>()));
