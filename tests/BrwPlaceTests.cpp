@@ -16,7 +16,9 @@
 
 namespace {
 
+using BrwTests::Background;
 using BrwTests::runProcess;
+using BrwTests::waitFor;
 namespace fs = std::filesystem;
 
 const std::string kBinary = BRW_BINARY_PATH;
@@ -48,51 +50,6 @@ void writeText(const fs::path& path, const std::string& text) {
     fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << text;
 }
-
-// True once `condition` holds, false when the deadline passes first.
-template <class Condition>
-bool waitFor(Condition condition, int timeoutMilliseconds = 10000) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
-    while (! condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-// A program started in the background, killed and reaped at the end whatever happens.
-class Background {
-public:
-    explicit Background(const std::vector<std::string>& args) {
-        fPid = fork();
-        if (fPid == 0) {
-            std::vector<char*> argv;
-            for (const auto& arg : args) {
-                argv.push_back(const_cast<char*>(arg.c_str()));
-            }
-            argv.push_back(nullptr);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-    }
-    ~Background() { kill(SIGKILL); }
-    Background(const Background&) = delete;
-    Background& operator=(const Background&) = delete;
-
-    pid_t pid() const { return fPid; }
-    void kill(int signalNumber) {
-        if (fPid > 0) {
-            ::kill(fPid, signalNumber);
-            waitpid(fPid, nullptr, 0);
-            fPid = -1;
-        }
-    }
-
-private:
-    pid_t fPid = -1;
-};
 
 TEST_F(PlaceTest, TwoCoordinatorsOfOneNameStartedTogetherRunOneAtATime) {
     for (int round = 0; round < 3; ++round) {

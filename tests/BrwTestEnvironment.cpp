@@ -68,6 +68,37 @@ bool initCoordinator(const std::string& programName) {
     return Brw::InternalCoordinator::init(3, args);
 }
 
+Background::Background(const std::vector<std::string>& args) {
+    fPid = fork();
+    if (fPid == 0) {
+        std::vector<char*> argv;
+        for (const auto& arg : args) {
+            argv.push_back(const_cast<char*>(arg.c_str()));
+        }
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+}
+
+void Background::kill(int signalNumber) {
+    if (fPid > 0) {
+        ::kill(fPid, signalNumber);
+        waitpid(fPid, nullptr, 0);
+        fPid = -1;
+    }
+}
+
+bool Background::hasExited(int& exitCode) {
+    int status = 0;
+    if (fPid <= 0 || waitpid(fPid, &status, WNOHANG) != fPid) {
+        return false;
+    }
+    fPid = -1;
+    exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return true;
+}
+
 ProcessResult runProcess(const std::vector<std::string>& args, const std::string& input,
                          int timeoutMilliseconds) {
     ProcessResult result;

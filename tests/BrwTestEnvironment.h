@@ -1,6 +1,10 @@
 #pragma once
 
+#include <chrono>
+#include <csignal>
 #include <string>
+#include <sys/types.h>
+#include <thread>
 #include <vector>
 
 namespace BrwTests {
@@ -28,5 +32,36 @@ struct ProcessResult {
 // kills it after `timeoutMilliseconds`.
 ProcessResult runProcess(const std::vector<std::string>& args, const std::string& input = "",
                          int timeoutMilliseconds = 20000);
+
+// True once `condition` holds, false when the deadline passes first.
+template <class Condition>
+bool waitFor(Condition condition, int timeoutMilliseconds = 10000) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+    while (! condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+// A program started in the background, killed and reaped at the end whatever happens.
+class Background {
+public:
+    explicit Background(const std::vector<std::string>& args);
+    ~Background() { kill(SIGKILL); }
+    Background(const Background&) = delete;
+    Background& operator=(const Background&) = delete;
+
+    pid_t pid() const { return fPid; }
+    // Sends the signal and reaps the process.
+    void kill(int signalNumber);
+    // True once the process has ended by itself, its exit status in `exitCode` (-1 for a signal).
+    bool hasExited(int& exitCode);
+
+private:
+    pid_t fPid = -1;
+};
 
 } // namespace BrwTests

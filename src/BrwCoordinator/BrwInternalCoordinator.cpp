@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <limits>
 #include <thread>
+#include <unistd.h>
 
 #include "BrwAddress/BrwInternalAddress.h"
 #include "BrwAddress/BrwLocalResolvedAddress.h"
@@ -14,6 +15,9 @@
 #include "BrwAddress/BrwRemoteResolvedAddress.h"
 #include "BrwAddress/BrwRemoteUnresolvedAddress.h"
 #include "BrwCoordinator/BrwMainTaskTimesliceTask.h"
+#include "BrwCoordinator/BrwPipes/BrwPipes.h"
+#include "BrwCoordinator/BrwPipes/BrwReadPipe.h"
+#include "BrwCoordinator/BrwPipes/BrwWritePipe.h"
 #include "BrwData/BrwDataNull.h"
 #include "BrwData/BrwDataOM.h"
 #include "BrwData/BrwDataString.h"
@@ -173,6 +177,9 @@ void InternalCoordinator::releaseInstance() {
     std::shared_ptr<IObject> internalCoordinator;
     internalCoordinator.swap(gInternalCoordinator);
     if (auto coordinator = std::dynamic_pointer_cast<InternalCoordinator>(internalCoordinator)) {
+        coordinator->destroyNamedPipe();
+        // The process is going: what the other pipes hold goes with it.
+        Pipes::closeAll();
         VERIFY(coordinator->destroySessionData());
         // The main task holds no reference back; dropping it here ends the cycle of the task tables.
         coordinator->fMainTask.reset();
@@ -201,6 +208,7 @@ bool InternalCoordinator::init(int argc, char** argv) {
         SANITY_CHECK(registerTests());
         ASSIGN_TYPED(InternalCoordinator, internalCoordinator, factory());
         SANITY_CHECK(internalCoordinator->createGUID());
+        internalCoordinator->destroyNamedPipe();
         ASSIGN(internalCoordinator->fCoordinatorScope, OMScope::factory(nullptr, OMScope::READS_PARENT));
         SANITY_CHECK(internalCoordinator->claimCoordinatorName());
         // The services that every coordinator has.
@@ -209,6 +217,7 @@ bool InternalCoordinator::init(int argc, char** argv) {
         SANITY_CHECK(ServiceLog::factory());
         ASSIGN(internalCoordinator->fMainTask, MainTaskTimesliceTask::factory());
         SANITY_CHECK(internalCoordinator->runStartupScript());
+        internalCoordinator->fIsInitFinished = true;
         retVal = true;
     } while (false);
     return retVal;
@@ -461,6 +470,13 @@ bool InternalCoordinator::isIdle() {
         notIdleReason = "fIsTerminating but not idle because inherited ! Service_abstract::isIdle()";
     }
     if (fIsTerminating) {
+        // The pipes are told of for information: the services and the queue cover what matters.
+        if (! WritePipe::isAllIdle()) {
+            LOG_TRACE("fIsTerminating but not idle because write pipes not idle");
+        }
+        if (! ReadPipe::isAllIdle()) {
+            LOG_TRACE("fIsTerminating but not idle because read pipes not idle");
+        }
         LOG_TRACE(notIdleReason != nullptr ? notIdleReason : "fIsTerminating and isIdle");
     }
     return notIdleReason == nullptr;
@@ -486,10 +502,28 @@ void InternalCoordinator::waitForActivity(int64_t microseconds) {
     if (isHeld) {
         mainThreadLock().unlock();
     }
-    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+    // Input on a pipe, or on standard input while a task waits for it, ends the sleep at once.
+    std::vector<int> extraReadDescriptors;
+    if (isWaitingForStandardInput()) {
+        extraReadDescriptors.push_back(STDIN_FILENO);
+    }
+    Pipes::waitForActivity(microseconds, extraReadDescriptors);
     if (isHeld) {
         mainThreadLock().lock();
     }
+}
+
+bool InternalCoordinator::isWaitingForStandardInput() const {
+    // A stream at its end would make every wait return at once.
+    if (! fInputStream || fInputStream->atEOF()) {
+        return false;
+    }
+    for (const std::shared_ptr<Task>& task : Task::getActiveTasks()) {
+        if (task->isWaitingForInput()) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool InternalCoordinator::runActiveTasksUntil(int64_t deadline) {

@@ -200,6 +200,12 @@ public:
     bool receiveMessage(const std::shared_ptr<IObject>& messageObj) override;
     // One pass over the pipes and the queue; always true, a failed step is reported.
     bool handleMessagingTimeslice();
+    // Closes this coordinator's input pipe and removes a proxy file that no running process owns.
+    void destroyNamedPipe();
+    // The proxy path of the input pipe of the coordinator of this machine named `coordinatorName`.
+    static std::string getNamedPipePath(const std::string& coordinatorName);
+    // Ends a line of text on a pipe: one message each.
+    static constexpr char PIPE_LINE_SEPARATOR = '\n';
     void setGatewaySendFunction(GatewaySendFunction gatewaySendFunction) {
         fGatewaySendFunction = gatewaySendFunction;
     }
@@ -248,6 +254,8 @@ private:
     // Runs the started tasks with what is left of this turn; true when the loop must end: the main task
     // has ended or the deadline has passed.
     bool runActiveTasksUntil(int64_t deadline);
+    // True when a task waits for standard input that may still come: the sleep then watches it.
+    bool isWaitingForStandardInput() const;
     // True when a started task is in the middle of script code rather than waiting for input: the event
     // loop must not sleep then.
     static bool isAnyTaskRunningScript();
@@ -267,6 +275,10 @@ private:
     static std::string programFolderPath(const char* name);
     // Walks the tree down the path of names and numbers; null when a step finds nothing.
     std::shared_ptr<const IObject> findServiceByIndices(const std::vector<std::string>& indexList);
+    // Keeps the input pipe open (or, while terminating, closes it once nothing is half read) and hands
+    // each whole line read from it to receiveMessageStr.
+    [[nodiscard]] bool monitorNamedPipe();
+    void destroyInputPipe(const std::string& namedPipePath);
     // Delivers one message here, or hands it on towards the coordinator or machine it is for.
     [[nodiscard]] bool relayMessage(const std::shared_ptr<const IObject>& messageObj);
     // Hands a message to the coordinator of this machine named `coordinatorName`.
@@ -285,6 +297,10 @@ private:
     std::vector<std::shared_ptr<const IObject>> fMessageQueue; // messages waiting to be routed
     int32_t fIsProcessingMessageQueue = 0;                     // non-zero while processMessageQueues runs
     GatewaySendFunction fGatewaySendFunction = nullptr;        // see setGatewaySendFunction
+    bool fIsInitFinished = false;                              // init has run to its end
+    int fNamedPipeHandle = 0;                                  // the input pipe; 0 when not open
+    std::string fInputString;                                  // a line of the input pipe under way
+    std::unordered_map<std::string, int, FNV1aHash> fSiblingWriteHandles; // write pipes by coordinator
 
     static inline bool fIsVersionRequested = false;                       // -v: stop right after start-up
     static inline ConfigStack fConfigStack;                               // the configuration files

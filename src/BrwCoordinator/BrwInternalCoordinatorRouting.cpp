@@ -13,12 +13,16 @@
 #include "BrwAddress/BrwRemoteResolvedAddress.h"
 #include "BrwAddress/BrwRemoteUnresolvedAddress.h"
 #include "BrwCoordinator/BrwInternalCoordinator.h"
+#include "BrwCoordinator/BrwPipes/BrwPipes.h"
+#include "BrwCoordinator/BrwPipes/BrwReadPipe.h"
+#include "BrwCoordinator/BrwPipes/BrwWritePipe.h"
 #include "BrwData/BrwData_abstract.h"
 #include "BrwEvent/BrwEvent.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMessage/BrwMessage.h"
 #include "BrwParser/BrwIOMNode.h"
 #include "BrwService/BrwIReceiver.h"
+#include "BrwUtils/BrwUtils.h"
 
 namespace Brw {
 
@@ -232,14 +236,118 @@ bool InternalCoordinator::receiveMessage(const std::shared_ptr<IObject>& message
 
 bool InternalCoordinator::relayOutgoingMessage(const std::string& coordinatorName,
                                                const std::shared_ptr<const IObject>& messageObj) {
-    LOG_TRACE_F("no matching sibling coordinator %s for %s", coordinatorName.c_str(),
-                messageObj->toString().c_str());
-    return true;
+    bool retVal = false;
+    do {
+        const std::string namedPipePath = getNamedPipePath(coordinatorName);
+        int& handle = fSiblingWriteHandles[coordinatorName];
+        if (handle == 0) {
+            handle = Pipes::openWriteNamedPipe(namedPipePath);
+        }
+        if (handle == 0) {
+            // Nobody of that name listens: the message goes nowhere, as one to an unknown service does.
+            fSiblingWriteHandles.erase(coordinatorName);
+            LOG_NOTE_F("no matching sibling coordinator %s", coordinatorName.c_str());
+            retVal = true;
+            break;
+        }
+        const std::string text = Utils::escapeIPC(Data_abstract::serializeToStr(messageObj)) + "\n";
+        LOG_TRACE_F("Writing to pipe, message = %s, named pipe path = %s", text.c_str(), namedPipePath.c_str());
+        SANITY_CHECK(Pipes::writeToNamedPipe(handle, text));
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+bool InternalCoordinator::monitorNamedPipe() {
+    bool retVal = false;
+    do {
+        const std::string namedPipePath = getNamedPipePath(fCoordinatorName);
+        SANITY_CHECK(! namedPipePath.empty());
+        if (fNamedPipeHandle != 0 && ! Pipes::namedPipeExists(namedPipePath)) {
+            LOG_NOTE_F("closing handle %d because pipe does not exist any more %s", fNamedPipeHandle,
+                       namedPipePath.c_str());
+            VERIFY(Pipes::closeNamedPipe(fNamedPipeHandle));
+            LOG_NOTE_F("handle closed %s", namedPipePath.c_str());
+            fNamedPipeHandle = 0;
+        }
+        if (fNamedPipeHandle == 0) {
+            if (fIsTerminating) {
+                if (ReadPipe::isAllIdle()) {
+                    destroyInputPipe(namedPipePath);
+                }
+                retVal = true;
+                break;
+            }
+            LOG_NOTE_F("opening named pipe %s", namedPipePath.c_str());
+            fNamedPipeHandle = Pipes::openReadNamedPipe(namedPipePath);
+            if (fNamedPipeHandle == 0) {
+                LOG_ERROR_F("cannot open read pipe %s. Possibly coordinator conflict - quitting",
+                            namedPipePath.c_str());
+                terminate();
+                break;
+            }
+        }
+        // Every whole line that has come: one message each.
+        bool isAnyRead = false;
+        bool readComplete = true;
+        while (readComplete) {
+            std::string received;
+            SANITY_CHECK(Pipes::readFromNamedPipe(received, fNamedPipeHandle, readComplete, PIPE_LINE_SEPARATOR));
+            if (received.empty()) {
+                break;
+            }
+            isAnyRead = true;
+            fInputString += received;
+            LOG_TRACE_F("%s: readComplete = %d, inString %s", fCoordinatorName.c_str(), readComplete ? 1 : 0,
+                        fInputString.c_str());
+            reportMessagingActivityInEventLoop();
+            if (readComplete) {
+                fInputString.pop_back();
+                const std::string str = Utils::unescapeIPC(fInputString);
+                fInputString.clear();
+                // A line that isn't a message is reported and dropped; the next one is read all the same.
+                VERIFY(receiveMessageStr(str));
+            }
+        }
+        if (fIsTerminating && ! isAnyRead && ReadPipe::isAllIdle()) {
+            destroyInputPipe(namedPipePath);
+        }
+        retVal = true;
+    } while (false);
+    return retVal;
+}
+
+void InternalCoordinator::destroyInputPipe(const std::string& namedPipePath) {
+    LOG_NOTE_F("busy terminating. Destroy input named pipe %s", namedPipePath.c_str());
+    destroyNamedPipe();
+    LOG_NOTE_F("pipe destroyed %s", namedPipePath.c_str());
+}
+
+void InternalCoordinator::destroyNamedPipe() {
+    const std::string namedPipePath = getNamedPipePath(fCoordinatorName);
+    if (fNamedPipeHandle != 0) {
+        VERIFY(Pipes::closeNamedPipe(fNamedPipeHandle));
+        fNamedPipeHandle = 0;
+    }
+    if (! namedPipePath.empty() && Pipes::namedPipeExists(namedPipePath) &&
+        ! Pipes::namedPipeIsActive(namedPipePath)) {
+        VERIFY(Pipes::deleteNamedPipe(namedPipePath));
+    }
 }
 
 bool InternalCoordinator::handleMessagingTimeslice() {
+    WritePipe::timeslice();
+    ReadPipe::timeslice();
+    if (fIsInitFinished) {
+        EXPECTED(monitorNamedPipe());
+    }
     EXPECTED(processMessageQueues());
     return true;
+}
+
+std::string InternalCoordinator::getNamedPipePath(const std::string& coordinatorName) {
+    const std::string& folderPath = getPipeFolderPath();
+    return folderPath.empty() ? folderPath : folderPath + coordinatorName;
 }
 
 } // namespace Brw
