@@ -263,6 +263,11 @@ private:
     [[nodiscard]] static bool applySwitch(char switchLetter, const std::string& argument);
     // Runs the startup script of -F to its end in the coordinator scope.
     [[nodiscard]] bool runStartupScript();
+    // How soon a removed pipe proxy or .pid file is noticed: checked every round, a coordinator at rest
+    // would spend most of its time asking the file system.
+    static constexpr int64_t FILE_CHECK_INTERVAL_MICROSECONDS = 100000;
+    // True when the check of `nextCheckTime` is due, which then moves on by the interval.
+    static bool isFileCheckDue(int64_t& nextCheckTime);
     // Publishes the .pid file again when it has gone; main ends when another process has taken it over.
     [[nodiscard]] bool checkPublishedProcessId();
     // The checks and steps of init that make this process the one coordinator of its name.
@@ -298,6 +303,8 @@ private:
     int32_t fIsProcessingMessageQueue = 0;                     // non-zero while processMessageQueues runs
     GatewaySendFunction fGatewaySendFunction = nullptr;        // see setGatewaySendFunction
     bool fIsInitFinished = false;                              // init has run to its end
+    int64_t fNextPipeFileCheckTime = 0;                        // see isFileCheckDue
+    int64_t fNextPidFileCheckTime = 0;                         // see isFileCheckDue
     int fNamedPipeHandle = 0;                                  // the input pipe; 0 when not open
     std::string fInputString;                                  // a line of the input pipe under way
     std::unordered_map<std::string, int, FNV1aHash> fSiblingWriteHandles; // write pipes by coordinator

@@ -9,6 +9,7 @@
 #include "BrwLogger/BrwCheck.h"
 #include "BrwParser/BrwOMAccessor.h"
 #include "BrwParser/BrwOMScope.h"
+#include "BrwUtils/BrwClock.h"
 #include "BrwUtils/BrwDirs.h"
 #include "BrwUtils/BrwProcess.h"
 
@@ -94,10 +95,19 @@ bool InternalCoordinator::publishProcessId() {
     return retVal;
 }
 
+bool InternalCoordinator::isFileCheckDue(int64_t& nextCheckTime) {
+    const int64_t now = Clock::now();
+    if (now < nextCheckTime) {
+        return false;
+    }
+    nextCheckTime = now + Clock::fromMicroseconds(FILE_CHECK_INTERVAL_MICROSECONDS);
+    return true;
+}
+
 bool InternalCoordinator::checkPublishedProcessId() {
     bool retVal = false;
     do {
-        if (! fPidFile.isPublished()) {
+        if (! fPidFile.isPublished() || ! isFileCheckDue(fNextPidFileCheckTime)) {
             retVal = true;
             break;
         }

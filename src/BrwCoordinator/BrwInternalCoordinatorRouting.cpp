@@ -263,7 +263,8 @@ bool InternalCoordinator::monitorNamedPipe() {
     do {
         const std::string namedPipePath = getNamedPipePath(fCoordinatorName);
         SANITY_CHECK(! namedPipePath.empty());
-        if (fNamedPipeHandle != 0 && ! Pipes::namedPipeExists(namedPipePath)) {
+        if (fNamedPipeHandle != 0 && isFileCheckDue(fNextPipeFileCheckTime) &&
+            ! Pipes::namedPipeExists(namedPipePath)) {
             LOG_NOTE_F("closing handle %d because pipe does not exist any more %s", fNamedPipeHandle,
                        namedPipePath.c_str());
             VERIFY(Pipes::closeNamedPipe(fNamedPipeHandle));
