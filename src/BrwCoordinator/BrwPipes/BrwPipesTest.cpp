@@ -315,7 +315,9 @@ bool PipesTest::testProtocolErrorsPoisonOneConnection() {
         };
         std::vector<std::string> lines;
         int count = 0;
-        for (const auto& [bytes, logText] : offences) {
+        for (const auto& [offendingBytes, logText] : offences) {
+            // A copy: a lambda may not capture a structured binding under every compiler.
+            const std::string bytes = offendingBytes;
             RawWriter hostile(path);
             const std::string goodLine = "good " + std::to_string(++count) + "\n";
             const std::vector<std::string> logLines = LogRecorder::record(1, [&] {
