@@ -9,6 +9,7 @@
 #include "BrwCoordinator/BrwInternalCoordinator.h"
 #include "BrwFuzzRuntime.h"
 #include "BrwParser/BrwOMScope.h"
+#include "BrwParser/BrwScriptLimits.h"
 #include "BrwTask/BrwParseScriptTask.h"
 #include "BrwUtils/BrwClock.h"
 
@@ -17,6 +18,8 @@ namespace {
 // Longer scripts add little that shorter ones don't reach, and cost time.
 constexpr size_t MAX_SCRIPT_BYTES = 1 << 13;
 constexpr int64_t NANOSECONDS_PER_MILLISECOND = 1000000;
+// The call depth of scripts here; see LLVMFuzzerInitialize.
+constexpr int64_t FUZZ_CALL_DEPTH = 100;
 // A session still running then is stopped. Short, so that the endless scripts that mutation makes so often
 // don't take most of the fuzzer's time; every statement that runs at all has had its first turns by then.
 constexpr int64_t SESSION_MILLISECONDS = 1;
@@ -53,6 +56,10 @@ void stopStartedTasks() {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     BrwFuzz::startRuntime("fuzz_script");
+    // Mutation makes endless recursion often, and each call level looks its names up through the levels
+    // below it: under the sanitizers a recursion to the full limit takes seconds, a shallower one the same
+    // paths in a fraction of the time.
+    Brw::ScriptLimits::fCallDepth = FUZZ_CALL_DEPTH;
     if (! Brw::Task::getActiveTasks().empty()) {
         BrwFuzz::fail("tasks run before the first input");
     }

@@ -394,7 +394,7 @@ bool OMQuickFunction::call(const std::shared_ptr<Task>& task, const std::shared_
 
 OMQuickFunction::Flow OMQuickFunction::invoke(Run& run, const Frame* caller, OMQuickValue* slots,
                                               OMQuickValue& out) const {
-    if (run.fDepth >= OMStored::MAX_CALL_DEPTH || StackGuard::isNearlyExhausted()) {
+    if (run.fDepth >= ScriptLimits::fCallDepth || StackGuard::isNearlyExhausted()) {
         return ABANDONED;
     }
     if (--run.fCallsUntilCheck == 0) {

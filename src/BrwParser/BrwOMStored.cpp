@@ -1096,7 +1096,7 @@ void OMStored::callNodeAsFunction_yielding(const TaskPtr& task, NodePtr& out, bo
     if (fType != OMType::Function) {
         YIELDING_FINISH;
     }
-    if (fCallDepth > MAX_CALL_DEPTH || StackGuard::isNearlyExhausted()) {
+    if (fCallDepth > ScriptLimits::fCallDepth || StackGuard::isNearlyExhausted()) {
         // A runaway recursion ends here, with an error value that the callers pass up.
         ScriptErrorLog::report("maximum call depth exceeded");
         out = errorFactory();
@@ -1188,7 +1188,7 @@ bool OMStored::callReadOnlyDirect(const TaskPtr& task, const ScopePtr& scope, co
     if (fIsDirectDepthExhausted || task->isPastDeadline()) {
         return false;
     }
-    if (fCallDepth >= MAX_CALL_DEPTH || StackGuard::isNearlyExhausted()) {
+    if (fCallDepth >= ScriptLimits::fCallDepth || StackGuard::isNearlyExhausted()) {
         fIsDirectDepthExhausted = true;
         return false;
     }

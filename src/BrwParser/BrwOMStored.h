@@ -25,8 +25,6 @@ public:
     static constexpr uint32_t PERMISSION_WRITE = 2;
     static constexpr uint32_t PERMISSION_DEFAULT = 7;
     static constexpr uint64_t CLONE_ALL_LEVELS = ~uint64_t(0);
-    // Script calls nested deeper than this end with the script error "maximum call depth exceeded".
-    static constexpr int64_t MAX_CALL_DEPTH = ScriptLimits::CALL_DEPTH;
 
     OMStored();
     ~OMStored() override;

@@ -20,7 +20,9 @@ public:
     // Elements of one array, or attributes of one map.
     static constexpr uint64_t CONTAINER_ELEMENTS = uint64_t{1} << 24;
 
-    // The text and element limits in force: the two above, but smaller while a test reaches them cheaply.
+    // The limits in force: those above, but smaller while a test reaches them cheaply, or while a fuzzer
+    // would otherwise spend its time in deep recursions.
+    static inline int64_t fCallDepth = CALL_DEPTH;
     static inline uint64_t fTextBytes = TEXT_BYTES;
     static inline uint64_t fContainerElements = CONTAINER_ELEMENTS;
 
