@@ -289,7 +289,7 @@ bool ReadPipeHandleBuffer::handleProcessPacketState() {
     return true;
 }
 
-bool ReadPipeHandleBuffer::handleDisconnectRequestedState() {
+void ReadPipeHandleBuffer::dropConnection() {
     if (const std::shared_ptr<ReadPipe> readPipe = fReadPipe.lock()) {
         readPipe->dropStream(fStreamKey);
     }
@@ -297,18 +297,17 @@ bool ReadPipeHandleBuffer::handleDisconnectRequestedState() {
     fPacketSize = 0;
     fBytesRead = 0;
     fPeerProcessId = 0;
+}
+
+bool ReadPipeHandleBuffer::handleDisconnectRequestedState() {
+    dropConnection();
     switchToState(ReadPipeHandleState::Disconnected);
     // The pool decides whether this instance waits for the next writer.
     return false;
 }
 
 bool ReadPipeHandleBuffer::handleDestroyRequestedState() {
-    if (const std::shared_ptr<ReadPipe> readPipe = fReadPipe.lock()) {
-        readPipe->dropStream(fStreamKey);
-    }
-    fHandle.reset();
-    fPacketSize = 0;
-    fBytesRead = 0;
+    dropConnection();
     switchToState(ReadPipeHandleState::Destroyed);
     return false;
 }

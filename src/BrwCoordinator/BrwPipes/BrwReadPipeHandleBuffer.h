@@ -83,6 +83,8 @@ private:
     // Reads on towards `wanted` bytes of the packet; the state follows what came.
     bool readPacketPart(size_t wanted, ReadPipeHandleState stateWhenComplete,
                         ReadPipeHandleState stateWhenPartial);
+    // Closes the connection, if any, and forgets the string it was in the middle of.
+    void dropConnection();
     std::string describe() const;
 
     FileDescriptor fHandle;            // the accepted connection, when there is one

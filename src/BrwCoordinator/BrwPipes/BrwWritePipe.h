@@ -1,14 +1,12 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <poll.h>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "BrwCoordinator/BrwPipes/BrwPipe.h"
-#include "BrwUtils/BrwHash.h"
+#include "BrwCoordinator/BrwPipes/BrwPipeTable.h"
 
 namespace Brw {
 
@@ -64,8 +62,7 @@ private:
     WritePipeState fState = WritePipeState::Unknown;
     std::shared_ptr<WritePipeHandleBuffer> fWritePipeHandleBuffer; // while open or flushing
 
-    static inline std::map<int, std::shared_ptr<WritePipe>> fWritePipesByHandle;
-    static inline std::unordered_map<std::string, std::shared_ptr<WritePipe>, FNV1aHash> fWritePipesByPath;
+    static inline PipeTable<WritePipe> fWritePipes; // every write pipe of the process
 };
 
 } // namespace Brw
