@@ -219,7 +219,7 @@ bool Pipes::waitForActivity(int64_t timeoutMicroseconds, const std::vector<int>&
     } else if (timeoutMicroseconds != WAIT_WITHOUT_LIMIT) {
         waitNanoseconds = Clock::fromMicroseconds(InternalCoordinator::fDefaultTimeoutMicroseconds);
     }
-    if (ReadPipe::hasUnreadStrings()) {
+    if (ReadPipe::isWorkWaiting()) {
         waitNanoseconds = 0;
     }
     const int64_t retryTime = WritePipe::getNextRetryTime();

@@ -64,7 +64,8 @@ public:
 
     // Sleeps until a descriptor of the transport or of `extraReadDescriptors` is ready, or the time-out
     // in microseconds passes; a retry that the pipes have scheduled
-    // shortens the sleep, and unread strings end it at once. True when something is ready.
+    // shortens the sleep, and unread strings or reading cut short end it at once. True when something is
+    // ready.
     static bool waitForActivity(int64_t timeoutMicroseconds, const std::vector<int>& extraReadDescriptors);
     // Adds the descriptors the transport waits on: listening sockets with a free instance, connections
     // that can be read, write sockets with a packet under way.

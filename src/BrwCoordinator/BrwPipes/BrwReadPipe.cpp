@@ -56,10 +56,15 @@ bool ReadPipe::isAllIdle() {
     return true;
 }
 
-bool ReadPipe::hasUnreadStrings() {
+bool ReadPipe::isWorkWaiting() {
     for (const auto& [handle, readPipe] : fReadPipes.byHandle()) {
         if (! readPipe->fCompletedStrings.empty()) {
             return true;
+        }
+        for (const std::shared_ptr<ReadPipeHandleBuffer>& instance : readPipe->fReadPipeHandleBufferPool) {
+            if (instance->isWorkLeft()) {
+                return true;
+            }
         }
     }
     return false;

@@ -55,8 +55,9 @@ public:
     static void closeAll();
     // One turn of every read pipe; pipes in Error are closed.
     static void timeslice();
-    // True when a pipe holds whole strings that nobody has read.
-    static bool hasUnreadStrings();
+    // True when a pipe holds whole strings that nobody has read, or an instance has work left that
+    // needs no waiting: the loop must not sleep.
+    static bool isWorkWaiting();
     static void appendPollDescriptors(std::vector<pollfd>& descriptors);
 
     // Listens, publishes the proxy file and makes the first instance.

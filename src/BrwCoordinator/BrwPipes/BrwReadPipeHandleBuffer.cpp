@@ -104,7 +104,14 @@ int ReadPipeHandleBuffer::getReadDescriptor() const {
 }
 
 bool ReadPipeHandleBuffer::poll() {
-    for (int step = 0; step < MAX_STEPS_PER_POLL && handleState(); ++step) {
+    fIsWorkLeft = false;
+    int steps = 0;
+    while (handleState()) {
+        if (++steps >= MAX_STEPS_PER_POLL) {
+            // Cut short where it could go on: the loop must come back without sleeping.
+            fIsWorkLeft = true;
+            break;
+        }
     }
     return fState == ReadPipeHandleState::Destroyed;
 }

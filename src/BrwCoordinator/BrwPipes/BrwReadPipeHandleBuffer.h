@@ -59,6 +59,8 @@ public:
     ReadPipeHandleState getState() const { return fState; }
     // True while part of a packet is in.
     bool isBusy() const;
+    // True when the last poll stopped at its budget with work that needs no waiting.
+    bool isWorkLeft() const { return fIsWorkLeft; }
     // The connection's descriptor, when there is one to wait on for data.
     int getReadDescriptor() const;
     uint32_t getPeerProcessId() const { return fPeerProcessId; }
@@ -95,6 +97,7 @@ private:
     ReadPipeHandleState fState = ReadPipeHandleState::Disconnected;
     uint64_t fStreamKey = 0;     // the connection's own, for its partial string
     uint32_t fPeerProcessId = 0; // the writer, as the kernel knows it
+    bool fIsWorkLeft = false;    // see isWorkLeft
 };
 
 } // namespace Brw
