@@ -62,10 +62,10 @@ public:
     // Ends every pipe of the process at once, unsent data with it: the process is going.
     static void closeAll();
 
-    // Sleeps until a descriptor of the transport or of `extraReadDescriptors` is ready, or the time-out
-    // in microseconds passes; a retry that the pipes have scheduled
-    // shortens the sleep, and unread strings or reading cut short end it at once. True when something is
-    // ready.
+    // The one sleep of an event loop: until a descriptor of the transport or of `extraReadDescriptors`
+    // (standard input, say) is ready, or the time-out in microseconds passes. A retry that a write pipe
+    // has scheduled shortens the sleep; unread strings, or reading cut short by its budget, end it at
+    // once. True when something is ready.
     static bool waitForActivity(int64_t timeoutMicroseconds, const std::vector<int>& extraReadDescriptors);
     // Adds the descriptors the transport waits on: listening sockets with a free instance, connections
     // that can be read, write sockets with a packet under way.

@@ -1,6 +1,8 @@
 #include "BrwCoordinator/BrwPipes/BrwReadPipeHandleBuffer.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <unistd.h>
 
 #include "BrwCoordinator/BrwInternalCoordinator.h"
@@ -83,6 +85,10 @@ void ReadPipeHandleBuffer::switchToState(ReadPipeHandleState state) {
 }
 
 bool ReadPipeHandleBuffer::isBusy() const {
+    if (fReadAheadStart < fReadAheadEnd) {
+        // Bytes of the next packets are in.
+        return true;
+    }
     switch (fState) {
     case ReadPipeHandleState::ProcessPacketHeader:
     case ReadPipeHandleState::ReadingPacketBody:
@@ -191,6 +197,15 @@ bool ReadPipeHandleBuffer::acceptWriter(ReadPipeHandleState stateWhenNone) {
     return false;
 }
 
+void ReadPipeHandleBuffer::takeReadAhead(size_t wanted) {
+    const size_t count = std::min(wanted - fBytesRead, fReadAheadEnd - fReadAheadStart);
+    if (count > 0) {
+        std::memcpy(fPacket.bytes() + fBytesRead, fReadAhead.get() + fReadAheadStart, count);
+        fBytesRead += count;
+        fReadAheadStart += count;
+    }
+}
+
 bool ReadPipeHandleBuffer::readPacketPart(size_t wanted, ReadPipeHandleState stateWhenComplete,
                                           ReadPipeHandleState stateWhenPartial) {
     const std::shared_ptr<ReadPipe> readPipe = fReadPipe.lock();
@@ -198,11 +213,21 @@ bool ReadPipeHandleBuffer::readPacketPart(size_t wanted, ReadPipeHandleState sta
         // Nobody reads what came: the writer waits, in the socket's buffer.
         return false;
     }
-    size_t moved = 0;
+    takeReadAhead(wanted);
+    SocketOutcome outcome = SocketOutcome::Done;
     int readError = 0;
-    const SocketOutcome outcome = LocalSocket::receiveSome(fHandle.get(), fPacket.bytes() + fBytesRead,
-                                                           wanted - fBytesRead, moved, readError);
-    fBytesRead += moved;
+    if (fBytesRead < wanted) {
+        // What was read ahead is used up: one receive takes all the socket holds, up to the buffer.
+        if (! fReadAhead) {
+            fReadAhead = std::make_unique<uint8_t[]>(READ_AHEAD_SIZE);
+        }
+        size_t moved = 0;
+        outcome =
+            LocalSocket::receiveSome(fHandle.get(), fReadAhead.get(), READ_AHEAD_SIZE, moved, readError);
+        fReadAheadStart = 0;
+        fReadAheadEnd = moved;
+        takeReadAhead(wanted);
+    }
     switch (outcome) {
     case SocketOutcome::Done:
         if (fBytesRead == wanted) {
@@ -304,6 +329,9 @@ void ReadPipeHandleBuffer::dropConnection() {
     fPacketSize = 0;
     fBytesRead = 0;
     fPeerProcessId = 0;
+    fReadAhead.reset();
+    fReadAheadStart = 0;
+    fReadAheadEnd = 0;
 }
 
 bool ReadPipeHandleBuffer::handleDisconnectRequestedState() {

@@ -54,7 +54,7 @@ private:
 
     // Connects to the reader that the proxy file names, unless it is too early to try again.
     bool rawOpen();
-    // Sends the first packet of a packet; true when it went out whole.
+    // Sends a packet just built; true when it went out whole.
     bool rawWrite();
     // Sends what is left of the packet under way.
     SendResult sendPending();
