@@ -409,12 +409,14 @@ bool PipesTest::testFlushingAndReconnecting() {
         int readHandle = Pipes::openReadNamedPipe(path);
         const int writeHandle = Pipes::openWriteNamedPipe(path);
         SANITY_CHECK(readHandle != 0 && writeHandle != 0);
-        const std::vector<std::string> sent = {std::string(50000, 'a') + "\n", std::string(50000, 'b') + "\n",
-                                               std::string(50000, 'c') + "\n"};
+        const std::vector<std::string> sent = {std::string(500000, 'a') + "\n",
+                                               std::string(500000, 'b') + "\n",
+                                               std::string(500000, 'c') + "\n"};
         for (const std::string& str : sent) {
             SANITY_CHECK(Pipes::writeToNamedPipe(writeHandle, str));
         }
-        // Closed with strings queued: the pipe stays until they have gone, then leaves by itself.
+        // Closed with strings queued, more than a socket holds: the pipe stays until they have gone, then
+        // leaves by itself.
         SANITY_CHECK(Pipes::closeNamedPipe(writeHandle));
         const std::shared_ptr<WritePipe> flushing = WritePipe::getPipe(writeHandle);
         SANITY_CHECK(flushing && flushing->getState() == WritePipeState::Closing);

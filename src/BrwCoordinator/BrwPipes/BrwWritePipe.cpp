@@ -46,7 +46,7 @@ void WritePipe::timeslice() {
             collected.push_back(writePipe);
             continue;
         }
-        for (int packets = 0; packets < MAX_PACKETS_PER_TIMESLICE && writePipe->poll(); ++packets) {
+        for (int sends = 0; sends < MAX_SENDS_PER_TIMESLICE && writePipe->poll(); ++sends) {
         }
         if (writePipe->fOpenCount == 0 && writePipe->isIdle()) {
             collected.push_back(writePipe);

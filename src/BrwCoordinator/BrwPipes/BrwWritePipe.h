@@ -20,9 +20,9 @@ enum class WritePipeState { Error = -1, Unknown = 0, NonExistent = 1, Closed = 2
 class WritePipe : public Pipe {
 public:
     static constexpr const char* TYPENAME = "WritePipe";
-    // Packets one pipe may send in one timeslice while its socket takes them: one packet for each turn of
-    // the loop would leave long strings and bursts to crawl.
-    static constexpr int MAX_PACKETS_PER_TIMESLICE = 64;
+    // Sends one pipe may make in one timeslice while its socket takes all it is offered: one for each
+    // turn of the loop would leave a burst to crawl, and no limit would starve the other pipes.
+    static constexpr int MAX_SENDS_PER_TIMESLICE = 16;
 
     explicit WritePipe(const std::string& namedPipePath);
     ~WritePipe() override;
