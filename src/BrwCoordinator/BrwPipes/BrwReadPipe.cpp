@@ -393,14 +393,11 @@ void ReadPipe::removeSocketFile() {
 }
 
 void ReadPipe::switchToState(ReadPipeState state) {
-    if (state == fState) {
-        return;
+    if (state != fState) {
+        const std::string from = getStateName();
+        fState = state;
+        logStateSwitch("ReadPipeState", from);
     }
-    const std::string from = getStateName();
-    fState = state;
-    LOG_TRACE_F("%s (%d): switching from ReadPipeState::%s to ReadPipeState::%s",
-                InternalCoordinator::getCoordinatorName().c_str(), fPipeExternalHandle, from.c_str(),
-                getStateName().c_str());
 }
 
 std::string ReadPipe::getStateName() const {

@@ -223,14 +223,11 @@ void WritePipe::removeFromTables() {
 }
 
 void WritePipe::switchToState(WritePipeState state) {
-    if (state == fState) {
-        return;
+    if (state != fState) {
+        const std::string from = getStateName();
+        fState = state;
+        logStateSwitch("WritePipeState", from);
     }
-    const std::string from = getStateName();
-    fState = state;
-    LOG_TRACE_F("%s (%d): switching from WritePipeState::%s to WritePipeState::%s",
-                InternalCoordinator::getCoordinatorName().c_str(), fPipeExternalHandle, from.c_str(),
-                getStateName().c_str());
 }
 
 std::string WritePipe::getStateName() const {
