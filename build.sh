@@ -3,6 +3,7 @@
 #   ./build.sh run [switches...]   build, then start the coordinator with the given switches
 #   ./build.sh test [preset]       build, then run every test; preset "default" (the default) or "asan"
 #   ./build.sh bench               build, then run the benchmarks against the peer languages
+#   ./build.sh bench transport     time the pipes between coordinators against a plain socket
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -48,11 +49,15 @@ test)
     ctest --preset "$preset"
     ;;
 bench)
+    if [ "${1:-}" = transport ]; then
+        ensure_packages
+        exec ./bench/transport.sh
+    fi
     build default braidwell
     exec ./bench/run.sh "$@"
     ;;
 *)
-    echo "usage: ./build.sh run [switches...] | test [default|asan] | bench" >&2
+    echo "usage: ./build.sh run [switches...] | test [default|asan] | bench [transport]" >&2
     exit 2
     ;;
 esac

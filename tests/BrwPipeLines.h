@@ -13,8 +13,22 @@ namespace BrwTests {
 
 constexpr size_t LETTER_COUNT = 26;
 
-inline char fillCharacter(uint32_t writer, uint64_t sequence, size_t index) {
-    return static_cast<char>('a' + (writer * 31 + sequence * 7 + index) % LETTER_COUNT);
+// The alphabet over and over, long enough for the filling of any line from any place in it.
+inline const std::string& letterCycle() {
+    static const std::string cycle = [] {
+        constexpr size_t length = (1 << 20) + LETTER_COUNT;
+        std::string letters(length, ' ');
+        for (size_t index = 0; index < length; ++index) {
+            letters[index] = static_cast<char>('a' + index % LETTER_COUNT);
+        }
+        return letters;
+    }();
+    return cycle;
+}
+
+// Where in the cycle the filling of a line begins; the index counts from the line's start.
+inline size_t fillOffset(uint32_t writer, uint64_t sequence, size_t index) {
+    return static_cast<size_t>((writer * 31 + sequence * 7 + index) % LETTER_COUNT);
 }
 
 // "WRITER SEQUENCE " and filling up to `size` characters with the line feed; never shorter than the
@@ -22,8 +36,8 @@ inline char fillCharacter(uint32_t writer, uint64_t sequence, size_t index) {
 inline std::string makeLine(uint32_t writer, uint64_t sequence, size_t size) {
     std::string line = std::to_string(writer) + " " + std::to_string(sequence) + " ";
     const size_t prefixSize = line.size();
-    for (size_t index = prefixSize; index + 1 < size; ++index) {
-        line += fillCharacter(writer, sequence, index);
+    if (size > prefixSize + 1) {
+        line.append(letterCycle(), fillOffset(writer, sequence, prefixSize), size - prefixSize - 1);
     }
     return line + "\n";
 }
@@ -53,12 +67,9 @@ inline bool checkLine(const std::string& line, uint32_t& writer, uint64_t& seque
     if (! parseNumber(line.substr(firstBlank + 1, secondBlank - firstBlank - 1), sequence)) {
         return false;
     }
-    for (size_t index = secondBlank + 1; index + 1 < line.size(); ++index) {
-        if (line[index] != fillCharacter(writer, sequence, index)) {
-            return false;
-        }
-    }
-    return line.find('\n') == line.size() - 1;
+    const size_t fillSize = line.size() - secondBlank - 2;
+    return line.compare(secondBlank + 1, fillSize, letterCycle(),
+                        fillOffset(writer, sequence, secondBlank + 1), fillSize) == 0;
 }
 
 // Sizes from 1 to `largest`, spread evenly over their orders of magnitude: many short lines and some

@@ -106,6 +106,7 @@ int writeLines(const std::string& path, uint32_t writer, uint64_t count, uint64_
             return 1;
         }
     }
+    say("queued\n");
     if (! Pipes::closeNamedPipe(handle)) {
         return 1;
     }
@@ -182,7 +183,8 @@ int main(int argc, char** argv) {
     } else if (mode == "raw" && argc == 3) {
         result = sendRaw(argv[2]);
     } else {
-        fprintf(stderr, "usage: see the head of BrwPipePeer.cpp\n");
+        fprintf(stderr, "usage: brw_pipe_peer read PATH | write PATH WRITER COUNT SEED LARGEST | echo "
+                        "IN_PATH OUT_PATH | raw SOCKET_PATH\n");
     }
     Brw::Pipes::closeAll();
     return result;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -415,7 +416,12 @@ TEST_F(PipeTest, StoppedReaderMakesWritersWaitWithoutSpinning) {
     }
     ASSERT_TRUE(waitUntil([&] { return reader.lines().size() > 100; }));
     ::kill(reader.pid(), SIGSTOP);
-    // Let the writers fill what the sockets hold and settle into waiting, then measure a second of it.
+    // Once the writers have all their lines queued, they have nothing to do but wait: measure a second
+    // of that, after a moment to fill what the sockets hold.
+    ASSERT_TRUE(waitUntil([&] {
+        return std::all_of(writers.begin(), writers.end(),
+                           [](const auto& writer) { return writer->hasLine("queued"); });
+    }));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     std::vector<long> ticksBefore;
     for (const auto& writer : writers) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "BrwCoordinator/BrwInternalCoordinator.h"
+#include "BrwCoordinator/BrwPipes/BrwPipes.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwClassTest.h"
 #include "BrwMain/BrwTest.h"
@@ -256,6 +257,8 @@ bool stdInLoop() {
 }
 
 void tearDown() {
+    // The sockets and proxy files of this process go with it.
+    Pipes::closeAll();
     InternalCoordinator::releaseInstance();
     Task::deregisterAll();
     OMScope::releaseRootScope();

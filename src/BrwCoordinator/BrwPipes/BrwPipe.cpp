@@ -1,5 +1,6 @@
 #include "BrwCoordinator/BrwPipes/BrwPipe.h"
 
+#include "BrwCoordinator/BrwInternalCoordinator.h"
 #include "BrwCoordinator/BrwPipes/BrwPipes.h"
 #include "BrwLogger/BrwCheck.h"
 
@@ -38,6 +39,12 @@ bool Pipe::openCountDecrement() {
         retVal = true;
     } while (false);
     return retVal;
+}
+
+void Pipe::logStateSwitch(const char* stateTypeName, const std::string& fromStateName) const {
+    LOG_TRACE_F("%s (%d): switching from %s::%s to %s::%s", InternalCoordinator::getCoordinatorName().c_str(),
+                fPipeExternalHandle, stateTypeName, fromStateName.c_str(), stateTypeName,
+                getStateName().c_str());
 }
 
 } // namespace Brw

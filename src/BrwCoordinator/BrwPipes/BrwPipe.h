@@ -32,6 +32,9 @@ public:
     int getOpenCount() const { return fOpenCount; }
 
 protected:
+    // The trace line of a switch of the pipe's state, whose enumeration is `stateTypeName`.
+    void logStateSwitch(const char* stateTypeName, const std::string& fromStateName) const;
+
     std::string fRawNamedPipePath; // the socket's path
     std::string fNamedPipePath;    // the proxy file's path
     int fPipeExternalHandle;       // from the Pipes layer's counter, never NO_EXTERNAL_HANDLE

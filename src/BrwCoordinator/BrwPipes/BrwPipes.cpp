@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "BrwCoordinator/BrwInternalCoordinator.h"
 #include "BrwCoordinator/BrwPipes/BrwLocalSocket.h"
 #include "BrwCoordinator/BrwPipes/BrwReadPipe.h"
 #include "BrwCoordinator/BrwPipes/BrwWritePipe.h"
@@ -25,6 +26,8 @@ constexpr const char* SOCKET_EXTENSION = ".sock";
 // Permission bits that the socket folder must not have: anybody's but the owner's.
 constexpr mode_t NOT_OWNER_MODE_BITS = 077;
 constexpr int64_t NANOSECONDS_PER_SECOND = 1000000000;
+// The sleep of waitForActivity in nanoseconds that lasts until something is ready.
+constexpr int64_t SLEEP_WITHOUT_LIMIT = -1;
 // The proxy file is a few lines: anything longer isn't one.
 constexpr uint64_t PROXY_FILE_BYTE_LIMIT = 1 << 16;
 
@@ -210,21 +213,26 @@ bool Pipes::waitForActivity(int64_t timeoutMicroseconds, const std::vector<int>&
     for (const int fd : extraReadDescriptors) {
         descriptors.push_back({fd, POLLIN, 0});
     }
-    int64_t waitNanoseconds =
-        timeoutMicroseconds < 0 ? WAIT_WITHOUT_LIMIT : Clock::fromMicroseconds(timeoutMicroseconds);
-    if (ReadPipe::hasUnreadStrings()) {
+    int64_t waitNanoseconds = SLEEP_WITHOUT_LIMIT;
+    if (timeoutMicroseconds >= 0) {
+        waitNanoseconds = Clock::fromMicroseconds(timeoutMicroseconds);
+    } else if (timeoutMicroseconds != WAIT_WITHOUT_LIMIT) {
+        waitNanoseconds = Clock::fromMicroseconds(InternalCoordinator::fDefaultTimeoutMicroseconds);
+    }
+    if (ReadPipe::isWorkWaiting()) {
         waitNanoseconds = 0;
     }
     const int64_t retryTime = WritePipe::getNextRetryTime();
     if (retryTime != 0) {
         const int64_t untilRetry = std::max<int64_t>(retryTime - Clock::now(), 0);
-        waitNanoseconds = waitNanoseconds < 0 ? untilRetry : std::min(waitNanoseconds, untilRetry);
+        waitNanoseconds =
+            waitNanoseconds == SLEEP_WITHOUT_LIMIT ? untilRetry : std::min(waitNanoseconds, untilRetry);
     }
     timespec timeout{};
     timeout.tv_sec = static_cast<time_t>(waitNanoseconds / NANOSECONDS_PER_SECOND);
     timeout.tv_nsec = static_cast<long>(waitNanoseconds % NANOSECONDS_PER_SECOND);
-    const int readyCount =
-        ::ppoll(descriptors.data(), descriptors.size(), waitNanoseconds < 0 ? nullptr : &timeout, nullptr);
+    const int readyCount = ::ppoll(descriptors.data(), descriptors.size(),
+                                   waitNanoseconds == SLEEP_WITHOUT_LIMIT ? nullptr : &timeout, nullptr);
     if (readyCount > 0) {
         WritePipe::noteWritable(descriptors);
     }

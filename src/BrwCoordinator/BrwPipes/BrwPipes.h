@@ -27,8 +27,9 @@ public:
     static constexpr const char* PROXY_PATH_KEY = "namedPipeProxyPath";
     static constexpr const char* PROXY_PROCESS_ID_KEY = "processId";
     static constexpr const char* PROXY_SOCKET_PATH_KEY = "socketPath";
-    // waitForActivity's time-out that means "until something is ready".
-    static constexpr int64_t WAIT_WITHOUT_LIMIT = -1;
+    // waitForActivity's time-out that never expires: the wait lasts until something is ready. Any other
+    // negative time-out is the default time-out.
+    static constexpr int64_t WAIT_WITHOUT_LIMIT = -2;
 
     // True when the proxy file exists.
     static bool
@@ -61,9 +62,10 @@ public:
     // Ends every pipe of the process at once, unsent data with it: the process is going.
     static void closeAll();
 
-    // Sleeps until a descriptor of the transport or of `extraReadDescriptors` is ready, or the time-out
-    // in microseconds passes (WAIT_WITHOUT_LIMIT: no time-out); a retry that the pipes have scheduled
-    // shortens the sleep, and unread strings end it at once. True when something is ready.
+    // The one sleep of an event loop: until a descriptor of the transport or of `extraReadDescriptors`
+    // (standard input, say) is ready, or the time-out in microseconds passes. A retry that a write pipe
+    // has scheduled shortens the sleep; unread strings, or reading cut short by its budget, end it at
+    // once. True when something is ready.
     static bool waitForActivity(int64_t timeoutMicroseconds, const std::vector<int>& extraReadDescriptors);
     // Adds the descriptors the transport waits on: listening sockets with a free instance, connections
     // that can be read, write sockets with a packet under way.

@@ -61,6 +61,14 @@ void readLines(int handle, std::vector<std::string>& lines) {
     }
 }
 
+// Turns the loop until `lines` has `count` lines, those read before included.
+bool receiveLines(int handle, std::vector<std::string>& lines, size_t count) {
+    return turnUntil([&] {
+        readLines(handle, lines);
+        return lines.size() >= count;
+    });
+}
+
 // A packet as a writer that keeps to the format, or one that doesn't, would send it.
 std::string packetBytes(uint64_t stringNumber, uint64_t packetNumber, const std::string& data,
                         size_t dataSize = SIZE_MAX) {
@@ -234,10 +242,7 @@ bool PipesTest::testStringsArriveWhole() {
         SANITY_CHECK(Pipes::writeToNamedPipe(writeHandle, "d\ne"));
         SANITY_CHECK(Pipes::writeToNamedPipe(writeHandle, "f\n"));
         std::vector<std::string> lines;
-        SANITY_CHECK(turnUntil([&] {
-            readLines(readHandle, lines);
-            return lines.size() >= sent.size() + 2;
-        }));
+        SANITY_CHECK(receiveLines(readHandle, lines, sent.size() + 2));
         std::vector<std::string> expected = sent;
         expected.insert(expected.end(), {"d\n", "ef\n"});
         SANITY_CHECK(lines == expected);
@@ -283,10 +288,7 @@ bool PipesTest::testPoolOfInstances() {
         SANITY_CHECK(! ReadPipe::isAllIdle());
         SANITY_CHECK(writer.send(packet.substr(PipePacket::HEADER_SIZE)));
         std::vector<std::string> lines;
-        SANITY_CHECK(turnUntil([&] {
-            readLines(readHandle, lines);
-            return ! lines.empty();
-        }));
+        SANITY_CHECK(receiveLines(readHandle, lines, 1));
         SANITY_CHECK(ReadPipe::isAllIdle());
         CHECK_EQUAL(lines.front(), "x\n");
         SANITY_CHECK(Pipes::closeNamedPipe(readHandle));
@@ -338,23 +340,14 @@ bool PipesTest::testProtocolErrorsPoisonOneConnection() {
         SANITY_CHECK(second.send(packetBytes(7, 0, firstData(4, "BB"))));
         SANITY_CHECK(second.send(packetBytes(7, 1, "B\n")));
         lines.clear();
-        SANITY_CHECK(turnUntil([&] {
-            readLines(readHandle, lines);
-            return ! lines.empty();
-        }));
+        SANITY_CHECK(receiveLines(readHandle, lines, 1));
         SANITY_CHECK(first.send(packetBytes(1, 1, "A\n")));
-        SANITY_CHECK(turnUntil([&] {
-            readLines(readHandle, lines);
-            return lines.size() >= 2;
-        }));
+        SANITY_CHECK(receiveLines(readHandle, lines, 2));
         // A new packet 0 in the middle of a string starts it over, without an error.
         SANITY_CHECK(good.send(packetBytes(20, 0, firstData(9000, "lost"))));
         const std::vector<std::string> logLines = LogRecorder::record(1, [&] {
             (void)good.send(packetBytes(21, 0, firstData(6, "again\n")));
-            (void)turnUntil([&] {
-                readLines(readHandle, lines);
-                return lines.size() >= 3;
-            });
+            (void)receiveLines(readHandle, lines, 3);
         });
         SANITY_CHECK(logLines.empty());
         SANITY_CHECK(lines == std::vector<std::string>({"BBB\n", "AAA\n", "again\n"}));
@@ -401,10 +394,7 @@ bool PipesTest::testWriterRetriesMissingReader() {
         const int readHandle = Pipes::openReadNamedPipe(path);
         SANITY_CHECK(readHandle != 0);
         std::vector<std::string> lines;
-        SANITY_CHECK(turnUntil([&] {
-            readLines(readHandle, lines);
-            return ! lines.empty();
-        }));
+        SANITY_CHECK(receiveLines(readHandle, lines, 1));
         SANITY_CHECK(lines == std::vector<std::string>({"late\n"}));
         SANITY_CHECK(Pipes::closeNamedPipe(writeHandle));
         SANITY_CHECK(Pipes::closeNamedPipe(readHandle));
@@ -421,12 +411,14 @@ bool PipesTest::testFlushingAndReconnecting() {
         int readHandle = Pipes::openReadNamedPipe(path);
         const int writeHandle = Pipes::openWriteNamedPipe(path);
         SANITY_CHECK(readHandle != 0 && writeHandle != 0);
-        const std::vector<std::string> sent = {std::string(50000, 'a') + "\n", std::string(50000, 'b') + "\n",
-                                               std::string(50000, 'c') + "\n"};
+        const std::vector<std::string> sent = {std::string(500000, 'a') + "\n",
+                                               std::string(500000, 'b') + "\n",
+                                               std::string(500000, 'c') + "\n"};
         for (const std::string& str : sent) {
             SANITY_CHECK(Pipes::writeToNamedPipe(writeHandle, str));
         }
-        // Closed with strings queued: the pipe stays until they have gone, then leaves by itself.
+        // Closed with strings queued, more than a socket holds: the pipe stays until they have gone, then
+        // leaves by itself.
         SANITY_CHECK(Pipes::closeNamedPipe(writeHandle));
         const std::shared_ptr<WritePipe> flushing = WritePipe::getPipe(writeHandle);
         SANITY_CHECK(flushing && flushing->getState() == WritePipeState::Closing);
@@ -440,20 +432,14 @@ bool PipesTest::testFlushingAndReconnecting() {
         const int secondWriteHandle = Pipes::openWriteNamedPipe(path);
         SANITY_CHECK(Pipes::writeToNamedPipe(secondWriteHandle, "one\n"));
         lines.clear();
-        SANITY_CHECK(turnUntil([&] {
-            readLines(readHandle, lines);
-            return ! lines.empty();
-        }));
+        SANITY_CHECK(receiveLines(readHandle, lines, 1));
         SANITY_CHECK(Pipes::closeNamedPipe(readHandle));
         readHandle = Pipes::openReadNamedPipe(path);
         SANITY_CHECK(readHandle != 0);
         const std::string longLine = std::string(20000, 'd') + "\n";
         SANITY_CHECK(Pipes::writeToNamedPipe(secondWriteHandle, longLine));
         SANITY_CHECK(Pipes::writeToNamedPipe(secondWriteHandle, "two\n"));
-        SANITY_CHECK(turnUntil([&] {
-            readLines(readHandle, lines);
-            return lines.size() >= 3;
-        }));
+        SANITY_CHECK(receiveLines(readHandle, lines, 3));
         SANITY_CHECK(lines == std::vector<std::string>({"one\n", longLine, "two\n"}));
         SANITY_CHECK(Pipes::closeNamedPipe(secondWriteHandle));
         SANITY_CHECK(Pipes::closeNamedPipe(readHandle));

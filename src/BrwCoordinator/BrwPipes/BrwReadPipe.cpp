@@ -16,7 +16,8 @@ namespace Brw {
 ReadPipe::ReadPipe(const std::string& namedPipePath) : Pipe(namedPipePath) {}
 
 ReadPipe::~ReadPipe() {
-    // A pipe that was never closed leaves no socket behind; its proxy file says which process to ask.
+    // A pipe that was never closed still takes its socket file along; the proxy file it leaves names a
+    // process that has ended.
     removeSocketFile();
 }
 
@@ -31,32 +32,21 @@ std::shared_ptr<ReadPipe> ReadPipe::factory(const std::string& namedPipePath) {
             retVal.reset();
             break;
         }
-        fReadPipesByHandle[retVal->getPipeExternalHandle()] = retVal;
-        fReadPipesByPath[namedPipePath] = retVal;
+        fReadPipes.add(retVal);
     } while (false);
     return retVal;
 }
 
 std::shared_ptr<ReadPipe> ReadPipe::getPipe(const std::string& namedPipePath) {
-    const auto iter = fReadPipesByPath.find(namedPipePath);
-    if (iter == fReadPipesByPath.end()) {
-        LOG_TRACE_F("pipe '%s' not found", namedPipePath.c_str());
-        return nullptr;
-    }
-    return iter->second;
+    return fReadPipes.get(namedPipePath);
 }
 
 std::shared_ptr<ReadPipe> ReadPipe::getPipe(int handle) {
-    const auto iter = fReadPipesByHandle.find(handle);
-    if (iter == fReadPipesByHandle.end()) {
-        LOG_TRACE_F("pipe handle %d not found", handle);
-        return nullptr;
-    }
-    return iter->second;
+    return fReadPipes.get(handle);
 }
 
 bool ReadPipe::isAllIdle() {
-    for (const auto& [handle, readPipe] : fReadPipesByHandle) {
+    for (const auto& [handle, readPipe] : fReadPipes.byHandle()) {
         for (const std::shared_ptr<ReadPipeHandleBuffer>& instance : readPipe->fReadPipeHandleBufferPool) {
             if (instance->isBusy()) {
                 return false;
@@ -66,32 +56,29 @@ bool ReadPipe::isAllIdle() {
     return true;
 }
 
-bool ReadPipe::hasUnreadStrings() {
-    for (const auto& [handle, readPipe] : fReadPipesByHandle) {
+bool ReadPipe::isWorkWaiting() {
+    for (const auto& [handle, readPipe] : fReadPipes.byHandle()) {
         if (! readPipe->fCompletedStrings.empty()) {
             return true;
+        }
+        for (const std::shared_ptr<ReadPipeHandleBuffer>& instance : readPipe->fReadPipeHandleBufferPool) {
+            if (instance->isWorkLeft()) {
+                return true;
+            }
         }
     }
     return false;
 }
 
 void ReadPipe::closeAll() {
-    std::vector<std::shared_ptr<ReadPipe>> readPipes;
-    for (const auto& [handle, readPipe] : fReadPipesByHandle) {
-        readPipes.push_back(readPipe);
-    }
-    for (const std::shared_ptr<ReadPipe>& readPipe : readPipes) {
+    for (const std::shared_ptr<ReadPipe>& readPipe : fReadPipes.snapshot()) {
         VERIFY(readPipe->closeForced());
     }
 }
 
 void ReadPipe::timeslice() {
-    std::vector<std::shared_ptr<ReadPipe>> readPipes;
-    for (const auto& [handle, readPipe] : fReadPipesByHandle) {
-        readPipes.push_back(readPipe);
-    }
     std::vector<std::shared_ptr<ReadPipe>> errorPipes;
-    for (const std::shared_ptr<ReadPipe>& readPipe : readPipes) {
+    for (const std::shared_ptr<ReadPipe>& readPipe : fReadPipes.snapshot()) {
         if (readPipe->fState == ReadPipeState::Error) {
             LOG_TRACE("error pipe goes into to close pipes");
             errorPipes.push_back(readPipe);
@@ -107,7 +94,7 @@ void ReadPipe::timeslice() {
 }
 
 void ReadPipe::appendPollDescriptors(std::vector<pollfd>& descriptors) {
-    for (const auto& [handle, readPipe] : fReadPipesByHandle) {
+    for (const auto& [handle, readPipe] : fReadPipes.byHandle()) {
         if (readPipe->fState != ReadPipeState::Open) {
             continue;
         }
@@ -394,18 +381,8 @@ bool ReadPipe::destroyInstances() {
 
 void ReadPipe::removeFromTables() {
     const std::shared_ptr<Pipe> self = shared_from_this();
-    if (fReadPipesByHandle.erase(fPipeExternalHandle) > 0) {
-        LOG_TRACE_F("removing external handle %d", fPipeExternalHandle);
-    } else {
-        LOG_TRACE_F("cannot find read pipe by handle %d", fPipeExternalHandle);
-    }
-    const auto iter = fReadPipesByPath.find(fNamedPipePath);
-    if (iter != fReadPipesByPath.end() && iter->second.get() == this) {
-        LOG_TRACE_F("removing pipe by path %s", fNamedPipePath.c_str());
-        fReadPipesByPath.erase(iter);
-    } else {
-        LOG_TRACE_F("cannot find read pipe by path %s", fNamedPipePath.c_str());
-    }
+    fReadPipes.remove(*this, {"removing external handle %d", "cannot find read pipe by handle %d",
+                              "removing pipe by path %s", "cannot find read pipe by path %s"});
 }
 
 void ReadPipe::removeSocketFile() {
@@ -416,14 +393,11 @@ void ReadPipe::removeSocketFile() {
 }
 
 void ReadPipe::switchToState(ReadPipeState state) {
-    if (state == fState) {
-        return;
+    if (state != fState) {
+        const std::string from = getStateName();
+        fState = state;
+        logStateSwitch("ReadPipeState", from);
     }
-    const std::string from = getStateName();
-    fState = state;
-    LOG_TRACE_F("%s (%d): switching from ReadPipeState::%s to ReadPipeState::%s",
-                InternalCoordinator::getCoordinatorName().c_str(), fPipeExternalHandle, from.c_str(),
-                getStateName().c_str());
 }
 
 std::string ReadPipe::getStateName() const {

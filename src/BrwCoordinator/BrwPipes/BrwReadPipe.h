@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <memory>
 #include <poll.h>
 #include <string>
@@ -10,9 +9,9 @@
 #include <vector>
 
 #include "BrwCoordinator/BrwPipes/BrwPipe.h"
+#include "BrwCoordinator/BrwPipes/BrwPipeTable.h"
 #include "BrwCoordinator/BrwPipes/BrwReadPipeBuffer.h"
 #include "BrwUtils/BrwFileDescriptor.h"
-#include "BrwUtils/BrwHash.h"
 
 namespace Brw {
 
@@ -56,8 +55,9 @@ public:
     static void closeAll();
     // One turn of every read pipe; pipes in Error are closed.
     static void timeslice();
-    // True when a pipe holds whole strings that nobody has read.
-    static bool hasUnreadStrings();
+    // True when a pipe holds whole strings that nobody has read, or an instance has work left that
+    // needs no waiting: the loop must not sleep.
+    static bool isWorkWaiting();
     static void appendPollDescriptors(std::vector<pollfd>& descriptors);
 
     // Listens, publishes the proxy file and makes the first instance.
@@ -103,14 +103,15 @@ private:
     FileDescriptor fListenSocket;     // the listener, when open
     uint64_t fSocketFileIdentity = 0; // of the socket file it made
     std::vector<std::shared_ptr<ReadPipeHandleBuffer>> fReadPipeHandleBufferPool; // connected and waiting
-    std::unordered_map<uint64_t, ReadPipeBuffer> fReadPipeBuffers; // partial strings by connection
-    std::deque<std::string> fCompletedStrings;                     // whole strings, oldest first
-    uint64_t fUnreadBytes = 0;                                     // their size
-    std::shared_ptr<IniFile> fProxyIniFile;                        // the proxy file, once written
-    bool fIsAcceptExhausted = false;                               // see isAcceptExhausted
+    // Partial strings by connection, not by the process identifier in the packets: that is the writer's
+    // own word, and a client could write into another's string with it.
+    std::unordered_map<uint64_t, ReadPipeBuffer> fReadPipeBuffers;
+    std::deque<std::string> fCompletedStrings; // whole strings, oldest first
+    uint64_t fUnreadBytes = 0;                 // their size
+    std::shared_ptr<IniFile> fProxyIniFile;    // the proxy file, once written
+    bool fIsAcceptExhausted = false;           // see isAcceptExhausted
 
-    static inline std::map<int, std::shared_ptr<ReadPipe>> fReadPipesByHandle;
-    static inline std::unordered_map<std::string, std::shared_ptr<ReadPipe>, FNV1aHash> fReadPipesByPath;
+    static inline PipeTable<ReadPipe> fReadPipes; // every read pipe of the process
 };
 
 } // namespace Brw

@@ -1,6 +1,8 @@
 #include "BrwCoordinator/BrwPipes/BrwReadPipeHandleBuffer.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <unistd.h>
 
 #include "BrwCoordinator/BrwInternalCoordinator.h"
@@ -83,6 +85,10 @@ void ReadPipeHandleBuffer::switchToState(ReadPipeHandleState state) {
 }
 
 bool ReadPipeHandleBuffer::isBusy() const {
+    if (fReadAheadStart < fReadAheadEnd) {
+        // Bytes of the next packets are in.
+        return true;
+    }
     switch (fState) {
     case ReadPipeHandleState::ProcessPacketHeader:
     case ReadPipeHandleState::ReadingPacketBody:
@@ -104,7 +110,14 @@ int ReadPipeHandleBuffer::getReadDescriptor() const {
 }
 
 bool ReadPipeHandleBuffer::poll() {
-    for (int step = 0; step < MAX_STEPS_PER_POLL && handleState(); ++step) {
+    fIsWorkLeft = false;
+    int steps = 0;
+    while (handleState()) {
+        if (++steps >= MAX_STEPS_PER_POLL) {
+            // Cut short where it could go on: the loop must come back without sleeping.
+            fIsWorkLeft = true;
+            break;
+        }
     }
     return fState == ReadPipeHandleState::Destroyed;
 }
@@ -184,6 +197,15 @@ bool ReadPipeHandleBuffer::acceptWriter(ReadPipeHandleState stateWhenNone) {
     return false;
 }
 
+void ReadPipeHandleBuffer::takeReadAhead(size_t wanted) {
+    const size_t count = std::min(wanted - fBytesRead, fReadAheadEnd - fReadAheadStart);
+    if (count > 0) {
+        std::memcpy(fPacket.bytes() + fBytesRead, fReadAhead.get() + fReadAheadStart, count);
+        fBytesRead += count;
+        fReadAheadStart += count;
+    }
+}
+
 bool ReadPipeHandleBuffer::readPacketPart(size_t wanted, ReadPipeHandleState stateWhenComplete,
                                           ReadPipeHandleState stateWhenPartial) {
     const std::shared_ptr<ReadPipe> readPipe = fReadPipe.lock();
@@ -191,11 +213,21 @@ bool ReadPipeHandleBuffer::readPacketPart(size_t wanted, ReadPipeHandleState sta
         // Nobody reads what came: the writer waits, in the socket's buffer.
         return false;
     }
-    size_t moved = 0;
+    takeReadAhead(wanted);
+    SocketOutcome outcome = SocketOutcome::Done;
     int readError = 0;
-    const SocketOutcome outcome = LocalSocket::receiveSome(fHandle.get(), fPacket.bytes() + fBytesRead,
-                                                           wanted - fBytesRead, moved, readError);
-    fBytesRead += moved;
+    if (fBytesRead < wanted) {
+        // What was read ahead is used up: one receive takes all the socket holds, up to the buffer.
+        if (! fReadAhead) {
+            fReadAhead = std::make_unique<uint8_t[]>(READ_AHEAD_SIZE);
+        }
+        size_t moved = 0;
+        outcome =
+            LocalSocket::receiveSome(fHandle.get(), fReadAhead.get(), READ_AHEAD_SIZE, moved, readError);
+        fReadAheadStart = 0;
+        fReadAheadEnd = moved;
+        takeReadAhead(wanted);
+    }
     switch (outcome) {
     case SocketOutcome::Done:
         if (fBytesRead == wanted) {
@@ -289,7 +321,7 @@ bool ReadPipeHandleBuffer::handleProcessPacketState() {
     return true;
 }
 
-bool ReadPipeHandleBuffer::handleDisconnectRequestedState() {
+void ReadPipeHandleBuffer::dropConnection() {
     if (const std::shared_ptr<ReadPipe> readPipe = fReadPipe.lock()) {
         readPipe->dropStream(fStreamKey);
     }
@@ -297,18 +329,20 @@ bool ReadPipeHandleBuffer::handleDisconnectRequestedState() {
     fPacketSize = 0;
     fBytesRead = 0;
     fPeerProcessId = 0;
+    fReadAhead.reset();
+    fReadAheadStart = 0;
+    fReadAheadEnd = 0;
+}
+
+bool ReadPipeHandleBuffer::handleDisconnectRequestedState() {
+    dropConnection();
     switchToState(ReadPipeHandleState::Disconnected);
     // The pool decides whether this instance waits for the next writer.
     return false;
 }
 
 bool ReadPipeHandleBuffer::handleDestroyRequestedState() {
-    if (const std::shared_ptr<ReadPipe> readPipe = fReadPipe.lock()) {
-        readPipe->dropStream(fStreamKey);
-    }
-    fHandle.reset();
-    fPacketSize = 0;
-    fBytesRead = 0;
+    dropConnection();
     switchToState(ReadPipeHandleState::Destroyed);
     return false;
 }

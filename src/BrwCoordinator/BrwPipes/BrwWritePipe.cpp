@@ -11,18 +11,6 @@
 
 namespace Brw {
 
-namespace {
-
-std::vector<std::shared_ptr<WritePipe>> snapshot(const std::map<int, std::shared_ptr<WritePipe>>& table) {
-    std::vector<std::shared_ptr<WritePipe>> writePipes;
-    for (const auto& [handle, writePipe] : table) {
-        writePipes.push_back(writePipe);
-    }
-    return writePipes;
-}
-
-} // namespace
-
 WritePipe::WritePipe(const std::string& namedPipePath) : Pipe(namedPipePath) {}
 
 WritePipe::~WritePipe() = default;
@@ -31,45 +19,34 @@ std::shared_ptr<WritePipe> WritePipe::factory(const std::string& namedPipePath) 
     std::shared_ptr<WritePipe> retVal = getPipe(namedPipePath);
     if (! retVal) {
         retVal = std::make_shared<WritePipe>(namedPipePath);
-        fWritePipesByHandle[retVal->getPipeExternalHandle()] = retVal;
-        fWritePipesByPath[namedPipePath] = retVal;
+        fWritePipes.add(retVal);
     }
     return retVal;
 }
 
 std::shared_ptr<WritePipe> WritePipe::getPipe(const std::string& namedPipePath) {
-    const auto iter = fWritePipesByPath.find(namedPipePath);
-    if (iter == fWritePipesByPath.end()) {
-        LOG_TRACE_F("pipe '%s' not found", namedPipePath.c_str());
-        return nullptr;
-    }
-    return iter->second;
+    return fWritePipes.get(namedPipePath);
 }
 
 std::shared_ptr<WritePipe> WritePipe::getPipe(int handle) {
-    const auto iter = fWritePipesByHandle.find(handle);
-    if (iter == fWritePipesByHandle.end()) {
-        LOG_TRACE_F("pipe handle %d not found", handle);
-        return nullptr;
-    }
-    return iter->second;
+    return fWritePipes.get(handle);
 }
 
 bool WritePipe::isAllIdle() {
-    return std::all_of(fWritePipesByHandle.begin(), fWritePipesByHandle.end(), [](const auto& entry) {
+    return std::all_of(fWritePipes.byHandle().begin(), fWritePipes.byHandle().end(), [](const auto& entry) {
         return entry.second->getOpenCount() == 0 && entry.second->isIdle();
     });
 }
 
 void WritePipe::timeslice() {
     std::vector<std::shared_ptr<WritePipe>> collected;
-    for (const std::shared_ptr<WritePipe>& writePipe : snapshot(fWritePipesByHandle)) {
+    for (const std::shared_ptr<WritePipe>& writePipe : fWritePipes.snapshot()) {
         if (writePipe->fState == WritePipeState::Error) {
             LOG_TRACE("WritePipeState::Error, writePipe goes into to close pipes");
             collected.push_back(writePipe);
             continue;
         }
-        for (int packets = 0; packets < MAX_PACKETS_PER_TIMESLICE && writePipe->poll(); ++packets) {
+        for (int sends = 0; sends < MAX_SENDS_PER_TIMESLICE && writePipe->poll(); ++sends) {
         }
         if (writePipe->fOpenCount == 0 && writePipe->isIdle()) {
             collected.push_back(writePipe);
@@ -85,13 +62,13 @@ void WritePipe::timeslice() {
 }
 
 void WritePipe::closeAll() {
-    for (const std::shared_ptr<WritePipe>& writePipe : snapshot(fWritePipesByHandle)) {
+    for (const std::shared_ptr<WritePipe>& writePipe : fWritePipes.snapshot()) {
         VERIFY(writePipe->closeForced());
     }
 }
 
 void WritePipe::appendPollDescriptors(std::vector<pollfd>& descriptors) {
-    for (const auto& [handle, writePipe] : fWritePipesByHandle) {
+    for (const auto& [handle, writePipe] : fWritePipes.byHandle()) {
         const int fd = writePipe->fWritePipeHandleBuffer
                            ? writePipe->fWritePipeHandleBuffer->getWriteDescriptor()
                            : FileDescriptor::NONE;
@@ -103,7 +80,7 @@ void WritePipe::appendPollDescriptors(std::vector<pollfd>& descriptors) {
 
 int64_t WritePipe::getNextRetryTime() {
     int64_t retVal = 0;
-    for (const auto& [handle, writePipe] : fWritePipesByHandle) {
+    for (const auto& [handle, writePipe] : fWritePipes.byHandle()) {
         const int64_t retryTime =
             writePipe->fWritePipeHandleBuffer ? writePipe->fWritePipeHandleBuffer->getNextRetryTime() : 0;
         if (retryTime != 0 && (retVal == 0 || retryTime < retVal)) {
@@ -115,7 +92,7 @@ int64_t WritePipe::getNextRetryTime() {
 
 void WritePipe::noteWritable(const std::vector<pollfd>& descriptors) {
     std::unordered_map<int, WritePipeHandleBuffer*> waiting;
-    for (const auto& [handle, writePipe] : fWritePipesByHandle) {
+    for (const auto& [handle, writePipe] : fWritePipes.byHandle()) {
         WritePipeHandleBuffer* buffer = writePipe->fWritePipeHandleBuffer.get();
         if (buffer != nullptr && buffer->getWriteDescriptor() != FileDescriptor::NONE) {
             waiting[buffer->getWriteDescriptor()] = buffer;
@@ -241,29 +218,16 @@ bool WritePipe::closeForced() {
 
 void WritePipe::removeFromTables() {
     const std::shared_ptr<Pipe> self = shared_from_this();
-    if (fWritePipesByHandle.erase(fPipeExternalHandle) > 0) {
-        LOG_TRACE_F("removing write pipe by handle %d", fPipeExternalHandle);
-    } else {
-        LOG_TRACE_F("cannot find write pipe by handle %d", fPipeExternalHandle);
-    }
-    const auto iter = fWritePipesByPath.find(fNamedPipePath);
-    if (iter != fWritePipesByPath.end() && iter->second.get() == this) {
-        LOG_TRACE_F("removing write pipe by path %s", fNamedPipePath.c_str());
-        fWritePipesByPath.erase(iter);
-    } else {
-        LOG_TRACE_F("cannot find write pipe by path %s", fNamedPipePath.c_str());
-    }
+    fWritePipes.remove(*this, {"removing write pipe by handle %d", "cannot find write pipe by handle %d",
+                               "removing write pipe by path %s", "cannot find write pipe by path %s"});
 }
 
 void WritePipe::switchToState(WritePipeState state) {
-    if (state == fState) {
-        return;
+    if (state != fState) {
+        const std::string from = getStateName();
+        fState = state;
+        logStateSwitch("WritePipeState", from);
     }
-    const std::string from = getStateName();
-    fState = state;
-    LOG_TRACE_F("%s (%d): switching from WritePipeState::%s to WritePipeState::%s",
-                InternalCoordinator::getCoordinatorName().c_str(), fPipeExternalHandle, from.c_str(),
-                getStateName().c_str());
 }
 
 std::string WritePipe::getStateName() const {

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <poll.h>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "BrwCoordinator/BrwPipes/BrwPipe.h"
-#include "BrwUtils/BrwHash.h"
+#include "BrwCoordinator/BrwPipes/BrwPipeTable.h"
 
 namespace Brw {
 
@@ -22,9 +20,9 @@ enum class WritePipeState { Error = -1, Unknown = 0, NonExistent = 1, Closed = 2
 class WritePipe : public Pipe {
 public:
     static constexpr const char* TYPENAME = "WritePipe";
-    // Packets one pipe may send in one timeslice while its socket takes them: one packet for each turn of
-    // the loop would leave long strings and bursts to crawl.
-    static constexpr int MAX_PACKETS_PER_TIMESLICE = 64;
+    // Sends one pipe may make in one timeslice while its socket takes all it is offered: one for each
+    // turn of the loop would leave a burst to crawl, and no limit would starve the other pipes.
+    static constexpr int MAX_SENDS_PER_TIMESLICE = 16;
 
     explicit WritePipe(const std::string& namedPipePath);
     ~WritePipe() override;
@@ -64,8 +62,7 @@ private:
     WritePipeState fState = WritePipeState::Unknown;
     std::shared_ptr<WritePipeHandleBuffer> fWritePipeHandleBuffer; // while open or flushing
 
-    static inline std::map<int, std::shared_ptr<WritePipe>> fWritePipesByHandle;
-    static inline std::unordered_map<std::string, std::shared_ptr<WritePipe>, FNV1aHash> fWritePipesByPath;
+    static inline PipeTable<WritePipe> fWritePipes; // every write pipe of the process
 };
 
 } // namespace Brw

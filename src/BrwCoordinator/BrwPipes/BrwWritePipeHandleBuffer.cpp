@@ -97,14 +97,13 @@ bool WritePipeHandleBuffer::poll() {
             if (sendPending() != SendResult::Sent) {
                 break;
             }
-            finishPacket();
             retVal = true;
         }
         if (fQueue.empty()) {
             break;
         }
         InternalCoordinator::reportMessagingActivity();
-        if (! fIsPacketPending && ! buildPacket()) {
+        if (fOutgoing.empty() && ! buildPackets()) {
             break;
         }
         const int64_t now = Clock::now();
@@ -124,10 +123,7 @@ bool WritePipeHandleBuffer::poll() {
         }
         fNextWriteTime = now;
         LOG_TRACE("writing packet");
-        if (rawWrite()) {
-            finishPacket();
-            retVal = true;
-        }
+        retVal = rawWrite();
     } while (false);
     return retVal;
 }
@@ -135,17 +131,16 @@ bool WritePipeHandleBuffer::poll() {
 bool WritePipeHandleBuffer::buildPacket() {
     bool retVal = false;
     do {
-        fPacketSize = 0;
         bool isNewString = false;
         if (fCharsRemaining == 0) {
-            while (! fQueue.empty() && fQueue.front().empty()) {
+            while (fBuiltCount < fQueue.size() && fQueue[fBuiltCount].empty()) {
                 LOG_TRACE("empty string in queue");
-                fQueue.pop_front();
+                fQueue.erase(fQueue.begin() + static_cast<std::ptrdiff_t>(fBuiltCount));
             }
-            if (fQueue.empty()) {
+            if (fBuiltCount == fQueue.size()) {
                 break;
             }
-            fCharsRemaining = fQueue.front().size();
+            fCharsRemaining = fQueue[fBuiltCount].size();
             fNextCharIndex = 0;
             ++fStringNumber;
             fPacketNumber = 0;
@@ -161,7 +156,7 @@ bool WritePipeHandleBuffer::buildPacket() {
         }
         const size_t count =
             static_cast<size_t>(std::min<uint64_t>(PipePacket::MAX_DATA_SIZE - dataSize, fCharsRemaining));
-        std::memcpy(fPacket.data() + dataSize, fQueue.front().data() + fNextCharIndex, count);
+        std::memcpy(fPacket.data() + dataSize, fQueue[fBuiltCount].data() + fNextCharIndex, count);
         fNextCharIndex += count;
         fCharsRemaining -= count;
         dataSize += count;
@@ -170,24 +165,35 @@ bool WritePipeHandleBuffer::buildPacket() {
         fPacket.setProcessId(Pipes::getOwnProcessId());
         fPacket.setDataSize(static_cast<uint16_t>(dataSize));
         ++fPacketNumber;
-        fPacketSize = PipePacket::HEADER_SIZE + dataSize;
-        fBytesSent = 0;
-        fIsPacketPending = true;
+        fOutgoing.insert(fOutgoing.end(), fPacket.bytes(),
+                         fPacket.bytes() + PipePacket::HEADER_SIZE + dataSize);
+        if (fCharsRemaining == 0) {
+            fStringEnds.push_back(fOutgoing.size());
+            ++fBuiltCount;
+        }
         retVal = true;
     } while (false);
     return retVal;
 }
 
-void WritePipeHandleBuffer::finishPacket() {
-    do {
-        fIsPacketPending = false;
+bool WritePipeHandleBuffer::buildPackets() {
+    fBytesSent = 0;
+    while (fOutgoing.size() + PipePacket::MAX_PACKET_SIZE <= MAX_SEND_SIZE && buildPacket()) {
+    }
+    return ! fOutgoing.empty();
+}
+
+void WritePipeHandleBuffer::releaseSentStrings() {
+    while (! fStringEnds.empty() && fStringEnds.front() <= fBytesSent) {
+        LOG_TRACE("all characters sent - removing head of queue");
+        fQueue.pop_front();
+        fStringEnds.pop_front();
+        --fBuiltCount;
+    }
+    if (fBytesSent == fOutgoing.size()) {
+        fOutgoing.clear();
         fBytesSent = 0;
-        SANITY_CHECK(! fQueue.empty());
-        if (fCharsRemaining == 0) {
-            LOG_TRACE("all characters sent - removing head of queue");
-            fQueue.pop_front();
-        }
-    } while (false);
+    }
 }
 
 bool WritePipeHandleBuffer::rawOpen() {
@@ -234,26 +240,27 @@ bool WritePipeHandleBuffer::rawOpen() {
 
 bool WritePipeHandleBuffer::rawWrite() {
     InternalCoordinator::reportMessagingActivity();
-    fBytesSent = 0;
     return sendPending() == SendResult::Sent;
 }
 
 WritePipeHandleBuffer::SendResult WritePipeHandleBuffer::sendPending() {
     size_t moved = 0;
     int writeError = 0;
-    const SocketOutcome outcome = LocalSocket::sendSome(fHandle.get(), fPacket.bytes() + fBytesSent,
-                                                        fPacketSize - fBytesSent, moved, writeError);
+    const size_t packetSize = fOutgoing.size();
+    const SocketOutcome outcome = LocalSocket::sendSome(fHandle.get(), fOutgoing.data() + fBytesSent,
+                                                        packetSize - fBytesSent, moved, writeError);
     fBytesSent += moved;
+    releaseSentStrings();
     switch (outcome) {
     case SocketOutcome::Done:
-        if (fBytesSent == fPacketSize) {
+        if (fOutgoing.empty()) {
             switchToState(WritePipeHandleState::Connected);
             return SendResult::Sent;
         }
         [[fallthrough]];
     case SocketOutcome::WouldBlock:
         LOG_TRACE_F("buffer full - waiting for sleepWaitForPipe interval packetSize = %lu",
-                    static_cast<unsigned long>(fPacketSize));
+                    static_cast<unsigned long>(packetSize));
         fNextWriteTime = Clock::now() + retryInterval();
         switchToState(WritePipeHandleState::Writing);
         return SendResult::InFlight;
@@ -269,14 +276,20 @@ WritePipeHandleBuffer::SendResult WritePipeHandleBuffer::sendPending() {
     return SendResult::Lost;
 }
 
-void WritePipeHandleBuffer::loseConnection() {
-    fHandle.reset();
-    switchToState(WritePipeHandleState::Disconnected);
-    fIsPacketPending = false;
+void WritePipeHandleBuffer::forgetPackets() {
+    fOutgoing.clear();
     fBytesSent = 0;
+    fStringEnds.clear();
+    fBuiltCount = 0;
     fCharsRemaining = 0;
     fNextCharIndex = 0;
     fPacketNumber = 0;
+}
+
+void WritePipeHandleBuffer::loseConnection() {
+    fHandle.reset();
+    switchToState(WritePipeHandleState::Disconnected);
+    forgetPackets();
     // A reader that has gone may be back at once: connecting again is what tells.
     fNextOpenTime = 0;
     fNextWriteTime = 0;
@@ -284,10 +297,7 @@ void WritePipeHandleBuffer::loseConnection() {
 
 void WritePipeHandleBuffer::forceCloseState() {
     fQueue.clear();
-    fCharsRemaining = 0;
-    fNextCharIndex = 0;
-    fIsPacketPending = false;
-    fBytesSent = 0;
+    forgetPackets();
     if (fState != WritePipeHandleState::Disconnected && ! fHandle.isOpen()) {
         LOG_ERROR("fHandle should not be NO_RAW_PIPE_HANDLE");
     }

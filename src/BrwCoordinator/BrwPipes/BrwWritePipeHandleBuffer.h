@@ -5,6 +5,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "BrwCoordinator/BrwPipes/BrwPipePacket.h"
 #include "BrwUtils/BrwFileDescriptor.h"
@@ -17,22 +18,25 @@ class WritePipe;
 // socket took part of a packet or none of it; the rest goes when it takes data again.
 enum class WritePipeHandleState { Error = -1, Disconnected = 0, Connected = 1, Writing = 2 };
 
-// The sending end of a write pipe: the queue of strings handed to it, cut into packets one at a time,
-// and the connection they go out on. Nothing waits: a reader that isn't there is tried again after
+// The sending end of a write pipe: the queue of strings handed to it, cut into packets, and the connection
+// they go out on. The packets of what is queued go out together, up to MAX_SEND_SIZE in one send: a send
+// costs far more than the bytes it moves. Nothing waits: a reader that isn't there is tried again after
 // sleepWaitForPipeMicroseconds, a full socket when it can take data or after that interval.
 class WritePipeHandleBuffer {
 public:
     static constexpr const char* TYPENAME = "WritePipeHandleBuffer";
+    // The most bytes of packets that one send offers the socket.
+    static constexpr size_t MAX_SEND_SIZE = 16 * PipePacket::MAX_PACKET_SIZE;
 
     explicit WritePipeHandleBuffer(const std::shared_ptr<WritePipe>& writePipe);
     static std::shared_ptr<WritePipeHandleBuffer> factory(const std::shared_ptr<WritePipe>& writePipe);
 
     // Queues a copy of the string.
     void write(const std::string& outputStr);
-    // Sends what can go now, one packet at most unless a packet under way was finished first; true when
-    // a packet went out whole.
+    // Sends what can go now: the rest of the packets under way, or new ones; true when all that was
+    // offered went out.
     bool poll();
-    bool isIdle() const { return fQueue.empty() && ! fIsPacketPending; }
+    bool isIdle() const { return fQueue.empty() && fOutgoing.empty(); }
     // Forgets everything queued and drops the connection.
     void forceCloseState();
     [[nodiscard]] bool rawClose();
@@ -54,28 +58,34 @@ private:
 
     // Connects to the reader that the proxy file names, unless it is too early to try again.
     bool rawOpen();
-    // Sends the first packet of a packet; true when it went out whole.
+    // Sends packets just built; true when they went out whole.
     bool rawWrite();
-    // Sends what is left of the packet under way.
+    // Sends what is left of the packets under way.
     SendResult sendPending();
-    // Cuts the next packet from the head of the queue; false when there is no string left.
+    // Cuts the next packet from the first string of the queue not all in packets yet, and adds it to the
+    // packets under way; false when there is no string left.
     bool buildPacket();
-    // The packet under way has gone; so has the head of the queue when it was its last.
-    void finishPacket();
+    // Builds packets while there are strings and room; false when there was nothing to build.
+    bool buildPackets();
+    // Takes the strings whose packets have all been sent off the queue.
+    void releaseSentStrings();
+    // Forgets the packets under way and where the cutting stood: the queue's first string starts over.
+    void forgetPackets();
     // The reader has gone with the connection, and with the packets of the string under way: that string
     // starts over on the next connection.
     void loseConnection();
     std::string describe() const;
 
-    uint64_t fCharsRemaining = 0;   // characters of the head of the queue not in a packet yet
+    uint64_t fCharsRemaining = 0;   // characters of the string being cut not in a packet yet
     size_t fNextCharIndex = 0;      // the first of them
     uint64_t fPacketNumber = 0;     // of the next packet within its string
     uint64_t fStringNumber = 0;     // of the string last begun; the first is 1
     FileDescriptor fHandle;         // the connection, when there is one
-    bool fIsPacketPending = false;  // a packet is built and not all of it sent
-    PipePacket fPacket;             // that packet
-    size_t fPacketSize = 0;         // header and data of it
-    size_t fBytesSent = 0;          // of it so far
+    PipePacket fPacket;             // the packet being cut
+    std::vector<uint8_t> fOutgoing; // packets under way: built, not all sent
+    size_t fBytesSent = 0;          // of them so far
+    std::deque<size_t> fStringEnds; // where in them each string cut whole ends, first string first
+    size_t fBuiltCount = 0;         // strings at the head of the queue cut whole
     std::deque<std::string> fQueue; // strings to send, head first
     WritePipeHandleState fState = WritePipeHandleState::Disconnected;
     int64_t fNextOpenTime = 0;           // no connection attempt before, Clock time point
