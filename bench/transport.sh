@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 build=build/default
-rest_seconds=5
+rest_seconds=10
 cmake --preset default >/dev/null
 cmake --build "$build" --target brw_pipe_bench braidwell >/dev/null
 cc -O2 -o "$build/raw_socket_bench" bench/transport/raw_socket_bench.c

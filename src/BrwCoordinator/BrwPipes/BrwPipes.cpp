@@ -233,6 +233,9 @@ bool Pipes::waitForActivity(int64_t timeoutMicroseconds, const std::vector<int>&
     timeout.tv_nsec = static_cast<long>(waitNanoseconds % NANOSECONDS_PER_SECOND);
     const int readyCount = ::ppoll(descriptors.data(), descriptors.size(),
                                    waitNanoseconds == SLEEP_WITHOUT_LIMIT ? nullptr : &timeout, nullptr);
+    if (readyCount >= 0) {
+        ReadPipe::noteListeners(descriptors);
+    }
     if (readyCount > 0) {
         WritePipe::noteWritable(descriptors);
     }

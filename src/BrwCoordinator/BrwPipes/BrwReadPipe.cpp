@@ -114,6 +114,16 @@ void ReadPipe::appendPollDescriptors(std::vector<pollfd>& descriptors) {
     }
 }
 
+void ReadPipe::noteListeners(const std::vector<pollfd>& descriptors) {
+    for (const auto& [handle, readPipe] : fReadPipes.byHandle()) {
+        for (const pollfd& descriptor : descriptors) {
+            if (descriptor.fd == readPipe->fListenSocket.get()) {
+                readPipe->fIsListenerQuiet = descriptor.revents == 0;
+            }
+        }
+    }
+}
+
 bool ReadPipe::open() {
     bool retVal = false;
     do {
@@ -176,7 +186,8 @@ bool ReadPipe::poll() {
             switchToState(Dirs::fileExists(fNamedPipePath) ? ReadPipeState::Closed
                                                            : ReadPipeState::NotCreated);
         }
-        fIsAcceptExhausted = false;
+        fIsAcceptExhausted = fIsListenerQuiet;
+        fIsListenerQuiet = false;
         std::vector<std::shared_ptr<ReadPipeHandleBuffer>> live;
         std::vector<std::shared_ptr<ReadPipeHandleBuffer>> disconnected;
         size_t waitingCount = 0;

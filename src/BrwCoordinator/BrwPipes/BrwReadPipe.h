@@ -82,6 +82,9 @@ public:
     // Set while one poll of the pool has found the listener without a waiting connection: the other
     // waiting instances of that turn needn't ask again.
     bool isAcceptExhausted() const { return fIsAcceptExhausted; }
+    // Takes what a wait saw of the listeners: one that was watched and stayed quiet has no writer
+    // waiting, so the next poll of its pool doesn't ask (a coordinator at rest would ask every turn).
+    static void noteListeners(const std::vector<pollfd>& descriptors);
     void setAcceptExhausted() { fIsAcceptExhausted = true; }
     bool isUnreadFull() const { return fUnreadBytes >= MAX_UNREAD_BYTES; }
     const std::vector<std::shared_ptr<ReadPipeHandleBuffer>>& getInstances() const {
@@ -110,6 +113,7 @@ private:
     uint64_t fUnreadBytes = 0;                 // their size
     std::shared_ptr<IniFile> fProxyIniFile;    // the proxy file, once written
     bool fIsAcceptExhausted = false;           // see isAcceptExhausted
+    bool fIsListenerQuiet = false;             // see noteListeners; good for the next poll only
 
     static inline PipeTable<ReadPipe> fReadPipes; // every read pipe of the process
 };
