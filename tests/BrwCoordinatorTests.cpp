@@ -46,7 +46,9 @@ bool runUntil(Condition condition, int timeoutMilliseconds = DEADLINE_MILLISECON
 // A coordinator of its own name in a process of its own, serving until it is told to stop.
 class Sibling {
 public:
-    Sibling() : fName(BrwTests::uniqueName("net.braidwell.coordinator.sibling")), fProcess({kBinary, "-s", "-n", fName}) {}
+    Sibling()
+        : fName(BrwTests::uniqueName("net.braidwell.coordinator.sibling")),
+          fProcess({kBinary, "-s", "-n", fName}) {}
 
     const std::string& name() const { return fName; }
     std::string pipePath() const { return InternalCoordinator::getNamedPipePath(fName); }
@@ -97,10 +99,11 @@ TEST(CoordinatorTest, PingCrossesToASiblingAndItsAnswerComesBackThroughMain) {
     SampleTree tree;
     auto pinger = tree.add("pinger");
     for (int round = 1; round <= 3; ++round) {
-        const std::string payload = "ping " + std::to_string(round) + "\n- with a line feed and a NUL " +
-                                    std::string(1, '\0');
+        const std::string payload =
+            "ping " + std::to_string(round) + "\n- with a line feed and a NUL " + std::string(1, '\0');
         ASSERT_TRUE(queueTo(pinger, sibling.name(), ServicePing::SERVICE_NAME, OpCode::PING, payload));
-        ASSERT_TRUE(runUntil([&] { return pinger->getReceivedMessages().size() == static_cast<size_t>(round); }));
+        ASSERT_TRUE(
+            runUntil([&] { return pinger->getReceivedMessages().size() == static_cast<size_t>(round); }));
         auto reply = std::dynamic_pointer_cast<IMessage>(pinger->getReceivedMessages().back());
         ASSERT_TRUE(reply);
         EXPECT_EQ(reply->getOpCode(), OpCode::PING_REPLY);

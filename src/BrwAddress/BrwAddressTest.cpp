@@ -149,8 +149,8 @@ bool AddressTest::testURLsMakeTheirAddresses() {
         // No scheme, or another one: no address, and nothing logged.
         bool isAnyMade = true;
         const auto lines = LogRecorder::record(4, [&] {
-            isAnyMade = fromURL("http://localhost/" + own + "/", tail) || fromURL("/" + own + "/" + kNull, tail) ||
-                        fromURL("BRW:///" + own, tail);
+            isAnyMade = fromURL("http://localhost/" + own + "/", tail) ||
+                        fromURL("/" + own + "/" + kNull, tail) || fromURL("BRW:///" + own, tail);
         });
         SANITY_CHECK(! isAnyMade);
         CHECK_EQUAL(lines.size(), 0u);

@@ -488,7 +488,8 @@ bool InternalCoordinator::reportMessagingActivityInEventLoop() {
 }
 
 void InternalCoordinator::reportMessagingActivity() {
-    if (const auto internalCoordinator = std::dynamic_pointer_cast<InternalCoordinator>(gInternalCoordinator)) {
+    if (const auto internalCoordinator =
+            std::dynamic_pointer_cast<InternalCoordinator>(gInternalCoordinator)) {
         internalCoordinator->reportMessagingActivityInEventLoop();
     }
 }

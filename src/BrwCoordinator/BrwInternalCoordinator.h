@@ -290,15 +290,15 @@ private:
     [[nodiscard]] bool relayOutgoingMessage(const std::string& coordinatorName,
                                             const std::shared_ptr<const IObject>& messageObj);
 
-    bool fIsTerminating = false;                 // set once by terminate(); never reset
-    std::shared_ptr<Task> fMainTask;             // runs timeslice_yielding
-    std::shared_ptr<OMScope> fCoordinatorScope;  // variables of the scripts run here
-    IdleBackoff fIdleBackoff;                    // the sleep between turns of the event loop
-    uint64_t fRoundCounter = 0;                  // rounds of timeslice_yielding
-    std::shared_ptr<InputStream> fInputStream;   // made by inputStreamFactory
-    std::shared_ptr<OutputStream> fOutputStream; // made by outputStreamFactory
-    PidFile fPidFile;                            // the published identifier and its lock
-    std::string fLastSessionData;                // the text last written to the session file
+    bool fIsTerminating = false;                               // set once by terminate(); never reset
+    std::shared_ptr<Task> fMainTask;                           // runs timeslice_yielding
+    std::shared_ptr<OMScope> fCoordinatorScope;                // variables of the scripts run here
+    IdleBackoff fIdleBackoff;                                  // the sleep between turns of the event loop
+    uint64_t fRoundCounter = 0;                                // rounds of timeslice_yielding
+    std::shared_ptr<InputStream> fInputStream;                 // made by inputStreamFactory
+    std::shared_ptr<OutputStream> fOutputStream;               // made by outputStreamFactory
+    PidFile fPidFile;                                          // the published identifier and its lock
+    std::string fLastSessionData;                              // the text last written to the session file
     std::vector<std::shared_ptr<const IObject>> fMessageQueue; // messages waiting to be routed
     int32_t fIsProcessingMessageQueue = 0;                     // non-zero while processMessageQueues runs
     GatewaySendFunction fGatewaySendFunction = nullptr;        // see setGatewaySendFunction
@@ -309,13 +309,13 @@ private:
     std::string fInputString;                                  // a line of the input pipe under way
     std::unordered_map<std::string, int, FNV1aHash> fSiblingWriteHandles; // write pipes by coordinator
 
-    static inline bool fIsVersionRequested = false;                       // -v: stop right after start-up
-    static inline ConfigStack fConfigStack;                               // the configuration files
-    static inline std::map<std::string, std::string> fUrlMap;             // section urlMap
-    static inline std::string fNodePrefix;                                // see getNodePrefix
-    static inline std::string fPipeFolderPath;                            // see getPipeFolderPath
-    static inline std::string fSessionDataFolderPath;                     // see getSessionDataFolderPath
-    static inline std::string fSysConfigFolderPath;                       // see getSysConfigFolderPath
+    static inline bool fIsVersionRequested = false;           // -v: stop right after start-up
+    static inline ConfigStack fConfigStack;                   // the configuration files
+    static inline std::map<std::string, std::string> fUrlMap; // section urlMap
+    static inline std::string fNodePrefix;                    // see getNodePrefix
+    static inline std::string fPipeFolderPath;                // see getPipeFolderPath
+    static inline std::string fSessionDataFolderPath;         // see getSessionDataFolderPath
+    static inline std::string fSysConfigFolderPath;           // see getSysConfigFolderPath
 };
 
 } // namespace Brw

@@ -90,7 +90,8 @@ bool InternalCoordinator::relayMessage(const std::shared_ptr<const IObject>& mes
         const std::string receiverText = receiverAddress ? receiverAddress->toString() : std::string("null");
         LOG_TRACE_F("receiverAddress: %s", receiverText.c_str());
         auto address = std::dynamic_pointer_cast<const IAddress>(receiverAddress);
-        const std::shared_ptr<const IObject> resolvedReceiverAddress = address ? address->resolved() : nullptr;
+        const std::shared_ptr<const IObject> resolvedReceiverAddress =
+            address ? address->resolved() : nullptr;
         if (! resolvedReceiverAddress) {
             // A message to nowhere is not an error.
             LOG_TRACE_F("discarding message receiverAddress: %s", receiverText.c_str());
@@ -103,7 +104,8 @@ bool InternalCoordinator::relayMessage(const std::shared_ptr<const IObject>& mes
         std::string forwardToCoordinatorName;
         if (std::dynamic_pointer_cast<const RemoteUnresolvedAddress>(resolvedReceiverAddress) ||
             std::dynamic_pointer_cast<const RemoteResolvedAddress>(resolvedReceiverAddress)) {
-            hostName = std::dynamic_pointer_cast<const IHostNameAddress>(resolvedReceiverAddress)->getHostName();
+            hostName =
+                std::dynamic_pointer_cast<const IHostNameAddress>(resolvedReceiverAddress)->getHostName();
             LOG_TRACE_F("hostName: %s", hostName.c_str());
             if (fGatewaySendFunction == nullptr) {
                 forwardToCoordinatorName = GATEWAY_COORDINATOR_NAME;
@@ -140,8 +142,10 @@ bool InternalCoordinator::relayMessage(const std::shared_ptr<const IObject>& mes
             break;
         }
         InternalCoordinator* internalCoordinator = this;
-        ASSIGN_CONST_TYPED(IObject, destinationObj, internalCoordinator->resolveAddress(resolvedReceiverAddress));
-        auto receiver = std::dynamic_pointer_cast<IReceiver>(Brw::Object::getObjectFromID(destinationObj->getID()));
+        ASSIGN_CONST_TYPED(IObject, destinationObj,
+                           internalCoordinator->resolveAddress(resolvedReceiverAddress));
+        auto receiver =
+            std::dynamic_pointer_cast<IReceiver>(Brw::Object::getObjectFromID(destinationObj->getID()));
         if (! receiver) {
             LOG_TRACE("destination has no IReceiver interface");
             retVal = true;
@@ -187,16 +191,17 @@ bool InternalCoordinator::receiveGatewayMessageStr(const std::string& hostName, 
             hostName, senderCoordinatorNameAddress ? senderCoordinatorNameAddress->getCoordinatorName() : "",
             senderGUIDAddress->getUpstreamCoordinatorGUID()));
         std::shared_ptr<IObject> senderAddress;
-        ASSIGN(senderAddress, RemoteResolvedAddress::factoryFromGUIDs(senderGUIDAddress->getAddressedGUID(),
-                                                                      senderGUIDAddress->getUpstreamCoordinatorGUID()));
+        ASSIGN(senderAddress,
+               RemoteResolvedAddress::factoryFromGUIDs(senderGUIDAddress->getAddressedGUID(),
+                                                       senderGUIDAddress->getUpstreamCoordinatorGUID()));
         std::shared_ptr<IObject> receiverAddress;
         const std::shared_ptr<const IObject>& oldReceiver = message->getReceiverAddressObj();
         if (auto ura = std::dynamic_pointer_cast<const RemoteUnresolvedAddress>(oldReceiver)) {
-            receiverAddress =
-                LocalUnresolvedAddress::factoryFromCoordinatorNameIndices(ura->getCoordinatorName(), ura->getIndices());
+            receiverAddress = LocalUnresolvedAddress::factoryFromCoordinatorNameIndices(
+                ura->getCoordinatorName(), ura->getIndices());
         } else if (auto rra = std::dynamic_pointer_cast<const RemoteResolvedAddress>(oldReceiver)) {
-            receiverAddress =
-                LocalResolvedAddress::factoryFromGUIDs(rra->getAddressedGUID(), rra->getUpstreamCoordinatorGUID());
+            receiverAddress = LocalResolvedAddress::factoryFromGUIDs(rra->getAddressedGUID(),
+                                                                     rra->getUpstreamCoordinatorGUID());
         }
         SANITY_CHECK(receiverAddress);
         std::shared_ptr<IObject> repackagedMessage;
@@ -251,7 +256,8 @@ bool InternalCoordinator::relayOutgoingMessage(const std::string& coordinatorNam
             break;
         }
         const std::string text = Utils::escapeIPC(Data_abstract::serializeToStr(messageObj)) + "\n";
-        LOG_TRACE_F("Writing to pipe, message = %s, named pipe path = %s", text.c_str(), namedPipePath.c_str());
+        LOG_TRACE_F("Writing to pipe, message = %s, named pipe path = %s", text.c_str(),
+                    namedPipePath.c_str());
         SANITY_CHECK(Pipes::writeToNamedPipe(handle, text));
         retVal = true;
     } while (false);
@@ -273,7 +279,9 @@ bool InternalCoordinator::monitorNamedPipe() {
         }
         if (fNamedPipeHandle == 0) {
             if (fIsTerminating) {
-                if (ReadPipe::isAllIdle()) {
+                // A leftover of nobody's: once, not every round.
+                if (ReadPipe::isAllIdle() && Pipes::namedPipeExists(namedPipePath) &&
+                    ! Pipes::namedPipeIsActive(namedPipePath)) {
                     destroyInputPipe(namedPipePath);
                 }
                 retVal = true;
@@ -293,7 +301,8 @@ bool InternalCoordinator::monitorNamedPipe() {
         bool readComplete = true;
         while (readComplete) {
             std::string received;
-            SANITY_CHECK(Pipes::readFromNamedPipe(received, fNamedPipeHandle, readComplete, PIPE_LINE_SEPARATOR));
+            SANITY_CHECK(
+                Pipes::readFromNamedPipe(received, fNamedPipeHandle, readComplete, PIPE_LINE_SEPARATOR));
             if (received.empty()) {
                 break;
             }

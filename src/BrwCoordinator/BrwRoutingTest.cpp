@@ -35,7 +35,8 @@ bool isSameObject(const std::shared_ptr<const IObject>& left, const std::shared_
 }
 
 // Queues a message from `sender` to `receiver` and routes what is queued once.
-bool sendAndRoute(const ObjectPtr& sender, const ObjectPtr& receiver, OpCode opCode, const std::string& payload) {
+bool sendAndRoute(const ObjectPtr& sender, const ObjectPtr& receiver, OpCode opCode,
+                  const std::string& payload) {
     const ObjectPtr message =
         Message::factoryFromSenderDestinationAddressOpCodePayloadStr(sender, receiver, opCode, payload);
     return message && coordinator()->queueMessage(message) && coordinator()->processMessageQueues();
@@ -79,7 +80,8 @@ bool RoutingTest::testSimpleServices() {
         SANITY_CHECK(coordinator()->ownsChild(serviceNull));
         for (const char* indices : {"net.braidwell.service.null/0", "net.braidwell.service.null"}) {
             auto address = std::dynamic_pointer_cast<IAddress>(InternalAddress::factoryFromIndices(indices));
-            SANITY_CHECK(address && isSameObject(coordinator()->resolveAddress(address->resolved()), serviceNull));
+            SANITY_CHECK(address &&
+                         isSameObject(coordinator()->resolveAddress(address->resolved()), serviceNull));
         }
         // A ping is answered to its sender, with the payload it came with.
         SampleTree tree;
@@ -107,11 +109,12 @@ bool RoutingTest::testSimpleServices() {
         SANITY_CHECK(sendAndRoute(sample, logAddress, OpCode::LOG_NOTE, "too chatty"));
         SANITY_CHECK(sendAndRoute(sample, logAddress, OpCode::LOG_ERROR, "grave"));
         CHECK_EQUAL(logString, "testlog\ngrave\n");
-        SANITY_CHECK(LogRecorder::failsWith([&] { return sendAndRoute(sample, logAddress, OpCode::PING, ""); },
-                                            "unexpected opcode"));
+        SANITY_CHECK(LogRecorder::failsWith(
+            [&] { return sendAndRoute(sample, logAddress, OpCode::PING, ""); }, "unexpected opcode"));
         SANITY_CHECK(serviceLog->popState());
-        SANITY_CHECK(LogRecorder::failsWith([&] { return serviceLog->popState(); },
-                                            "SANITY_CHECK failed: '! fStateStack.empty()' evaluates to false"));
+        SANITY_CHECK(
+            LogRecorder::failsWith([&] { return serviceLog->popState(); },
+                                   "SANITY_CHECK failed: '! fStateStack.empty()' evaluates to false"));
         retVal = true;
     } while (false);
     return retVal;
@@ -125,13 +128,16 @@ bool RoutingTest::testDeliveryAndTheNextWalk() {
         auto receiver = tree.add("receiver");
         SANITY_CHECK(sender && receiver);
         // By name and number, and by GUID.
-        SANITY_CHECK(sendAndRoute(sender, InternalAddress::factoryFromIndices("receiver/0"), OpCode::NONE, "a"));
+        SANITY_CHECK(
+            sendAndRoute(sender, InternalAddress::factoryFromIndices("receiver/0"), OpCode::NONE, "a"));
         SANITY_CHECK(sendAndRoute(sender, addressOf(receiver), OpCode::NONE, "b"));
         CHECK_EQUAL(receiver->getReceivedMessages().size(), 2u);
         CHECK_EQUAL(lastMessageOf(receiver)->getPayloadStr(), "b");
         // An address that names nothing: the message is dropped, and that is no failure.
-        SANITY_CHECK(sendAndRoute(sender, InternalAddress::factoryFromIndices("nobody/0"), OpCode::NONE, "c"));
-        SANITY_CHECK(sendAndRoute(sender, InternalAddress::factoryFromIndices("receiver/1"), OpCode::NONE, "d"));
+        SANITY_CHECK(
+            sendAndRoute(sender, InternalAddress::factoryFromIndices("nobody/0"), OpCode::NONE, "c"));
+        SANITY_CHECK(
+            sendAndRoute(sender, InternalAddress::factoryFromIndices("receiver/1"), OpCode::NONE, "d"));
         CHECK_EQUAL(receiver->getReceivedMessages().size(), 2u);
         // The ping's answer, queued during the walk, waits for the next one.
         SANITY_CHECK(sendAndRoute(sender, addressOf(ServicePing::factory()), OpCode::PING, "e"));
@@ -157,7 +163,8 @@ bool RoutingTest::testMessagesFromOutside() {
         GUIDClass* siblingServiceGUID = GUIDClass::randomFactory();
         // From a sibling on this machine: its sender is learnt, and the message is delivered.
         const ObjectPtr fromSibling = LocalResolvedAddress::factoryFromGUIDs(siblingServiceGUID, siblingGUID);
-        SANITY_CHECK(coordinator()->registerUpstreamCoordinator("", "net.braidwell.coordinator.sibling", siblingGUID));
+        SANITY_CHECK(
+            coordinator()->registerUpstreamCoordinator("", "net.braidwell.coordinator.sibling", siblingGUID));
         const ObjectPtr message = Message::factoryFromSenderDestinationAddressOpCodePayloadStr(
             fromSibling, LocalUnresolvedAddress::factoryFromCoordinatorNameIndices(ownName, "inbox/0"),
             OpCode::NONE, "over the pipe");
@@ -171,7 +178,8 @@ bool RoutingTest::testMessagesFromOutside() {
             receiver, addressOf(receiver), OpCode::NONE, "echo");
         SANITY_CHECK(LogRecorder::failsWith(
             [&] { return coordinator()->receiveMessageStr(Data_abstract::serializeToStr(fromItself)); },
-            "SANITY_CHECK failed: 'coordinatorNameAddress->getCoordinatorName() != fCoordinatorName' evaluates to "
+            "SANITY_CHECK failed: 'coordinatorNameAddress->getCoordinatorName() != fCoordinatorName' "
+            "evaluates to "
             "false"));
         SANITY_CHECK(LogRecorder::failsWith(
             [&] { return coordinator()->receiveMessageStr(Data_abstract::serializeToStr(fromSibling)); },
@@ -185,13 +193,17 @@ bool RoutingTest::testMessagesFromOutside() {
         GUIDClass* farService = GUIDClass::randomFactory();
         const ObjectPtr farMessage = Message::factoryFromSenderDestinationAddressOpCodePayloadStr(
             LocalResolvedAddress::factoryFromGUIDs(farService, farCoordinator),
-            RemoteUnresolvedAddress::factoryFromCoordinatorNameIndicesHostName(ownName, "inbox/0", "thishost"),
+            RemoteUnresolvedAddress::factoryFromCoordinatorNameIndicesHostName(ownName, "inbox/0",
+                                                                               "thishost"),
             OpCode::EVAL, "from afar");
-        SANITY_CHECK(coordinator()->receiveGatewayMessageStr("farhost", Data_abstract::serializeToStr(farMessage)));
+        SANITY_CHECK(
+            coordinator()->receiveGatewayMessageStr("farhost", Data_abstract::serializeToStr(farMessage)));
         SANITY_CHECK(coordinator()->processMessageQueues());
         auto arrived = lastMessageOf(receiver);
-        SANITY_CHECK(arrived && arrived->getPayloadStr() == "from afar" && arrived->getOpCode() == OpCode::EVAL);
-        auto farSender = std::dynamic_pointer_cast<const RemoteResolvedAddress>(arrived->getSenderAddressObj());
+        SANITY_CHECK(arrived && arrived->getPayloadStr() == "from afar" &&
+                     arrived->getOpCode() == OpCode::EVAL);
+        auto farSender =
+            std::dynamic_pointer_cast<const RemoteResolvedAddress>(arrived->getSenderAddressObj());
         SANITY_CHECK(farSender && farSender->getHostName() == "farhost");
         SANITY_CHECK(farSender->getAddressedGUID() == farService);
         CHECK_EQUAL(InternalCoordinator::getHostAddress("LOCALHOST"), "127.0.0.1");
@@ -215,11 +227,14 @@ bool RoutingTest::testMessagesLeavingTheProcess() {
         coordinator()->setGatewaySendFunction(nullptr);
         SANITY_CHECK(isSent);
         CHECK_EQUAL(gGatewayCall.hostName, "otherhost");
-        auto sent = std::dynamic_pointer_cast<IMessage>(Data_abstract::deserializeFromStr(gGatewayCall.messageText));
+        auto sent =
+            std::dynamic_pointer_cast<IMessage>(Data_abstract::deserializeFromStr(gGatewayCall.messageText));
         SANITY_CHECK(sent && sent->getPayloadStr() == "6 * 7");
         // Without one, it goes to the gateway coordinator of this machine, through main.
-        const auto lines = LogRecorder::record(4, [&] { (void)sendAndRoute(sender, farAddress, OpCode::EVAL, ""); });
-        SANITY_CHECK(LogRecorder::hasLineWith(lines, "forwardToCoordinatorName: net.braidwell.coordinator.gateway"));
+        const auto lines =
+            LogRecorder::record(4, [&] { (void)sendAndRoute(sender, farAddress, OpCode::EVAL, ""); });
+        SANITY_CHECK(
+            LogRecorder::hasLineWith(lines, "forwardToCoordinatorName: net.braidwell.coordinator.gateway"));
         SANITY_CHECK(LogRecorder::hasLineWith(lines, "relaying to sibling coordinator"));
         retVal = true;
     } while (false);

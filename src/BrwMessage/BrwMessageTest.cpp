@@ -124,7 +124,8 @@ bool MessageTest::testMessagesTravelUnchanged() {
     do {
         // Seeded, so that a failure can be run again.
         std::mt19937_64 random(11232026);
-        auto service = ServiceSampleForTests::factoryFromParentName(InternalCoordinator::factory(), "traveller");
+        auto service =
+            ServiceSampleForTests::factoryFromParentName(InternalCoordinator::factory(), "traveller");
         SANITY_CHECK(service);
         bool allOK = true;
         for (int round = 0; round < 1000 && allOK; ++round) {

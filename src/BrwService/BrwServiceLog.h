@@ -46,12 +46,12 @@ protected:
 
 private:
     struct State {
-        std::string logFilePath;         // the file appended to; none when empty
+        std::string logFilePath;          // the file appended to; none when empty
         std::string* logString = nullptr; // the string appended to, before the file
-        int32_t level = TRACE_LEVEL;     // the least level a message must ask for
+        int32_t level = TRACE_LEVEL;      // the least level a message must ask for
     };
 
-    State fState;                    // where messages go now
+    State fState;                   // where messages go now
     std::vector<State> fStateStack; // saved by pushState
 };
 

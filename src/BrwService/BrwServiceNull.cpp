@@ -11,9 +11,10 @@ std::weak_ptr<ServiceNull> gServiceNull;
 } // namespace
 
 std::shared_ptr<IObject> ServiceNull::factory() {
-    return singletonServiceFactory(gServiceNull, [](const auto& serviceNull, const auto& internalCoordinator) {
-        return SANITY_CHECKED(serviceNull->attachToParent(internalCoordinator));
-    });
+    return singletonServiceFactory(
+        gServiceNull, [](const auto& serviceNull, const auto& internalCoordinator) {
+            return SANITY_CHECKED(serviceNull->attachToParent(internalCoordinator));
+        });
 }
 
 bool ServiceNull::registerDeregisterClass(RegisterDeregister registerDeregister) {

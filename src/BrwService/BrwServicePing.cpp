@@ -12,9 +12,10 @@ std::weak_ptr<ServicePing> gServicePing;
 } // namespace
 
 std::shared_ptr<IObject> ServicePing::factory() {
-    return singletonServiceFactory(gServicePing, [](const auto& servicePing, const auto& internalCoordinator) {
-        return SANITY_CHECKED(servicePing->attachToParent(internalCoordinator));
-    });
+    return singletonServiceFactory(
+        gServicePing, [](const auto& servicePing, const auto& internalCoordinator) {
+            return SANITY_CHECKED(servicePing->attachToParent(internalCoordinator));
+        });
 }
 
 bool ServicePing::registerDeregisterClass(RegisterDeregister registerDeregister) {

@@ -7,7 +7,8 @@
 namespace Brw {
 
 std::shared_ptr<ServiceSampleForTests>
-ServiceSampleForTests::factoryFromParentName(const std::shared_ptr<IObject>& parentObj, const std::string& name) {
+ServiceSampleForTests::factoryFromParentName(const std::shared_ptr<IObject>& parentObj,
+                                             const std::string& name) {
     std::shared_ptr<ServiceSampleForTests> retVal;
     do {
         std::shared_ptr<ServiceSampleForTests> serviceSampleForTests =
@@ -22,7 +23,8 @@ ServiceSampleForTests::factoryFromParentName(const std::shared_ptr<IObject>& par
 }
 
 bool ServiceSampleForTests::registerDeregisterClass(RegisterDeregister registerDeregister) {
-    return Object::registerDeregister(registerDeregister, [] { return true; }, [] { return true; });
+    return Object::registerDeregister(
+        registerDeregister, [] { return true; }, [] { return true; });
 }
 
 bool ServiceSampleForTests::receiveMessage(const std::shared_ptr<IObject>& messageObj) {

@@ -15,8 +15,8 @@ public:
     static constexpr const char* SERVICE_NAME = "net.braidwell.service.test.sample";
 
     // A sample named `name` (the service name when empty), attached below `parentObj` when one is given.
-    static std::shared_ptr<ServiceSampleForTests> factoryFromParentName(const std::shared_ptr<IObject>& parentObj,
-                                                                        const std::string& name);
+    static std::shared_ptr<ServiceSampleForTests>
+    factoryFromParentName(const std::shared_ptr<IObject>& parentObj, const std::string& name);
     // Nothing to register: tests make samples by name below a parent of their choice.
     [[nodiscard]] static bool registerDeregisterClass(RegisterDeregister registerDeregister);
 

@@ -40,23 +40,24 @@ bool FileBuiltinsTest::testFilesByNumber() {
     bool retVal = false;
     do {
         const uint64_t before = ScriptErrorLog::getReportCount();
-        const std::string output = runScript("writeFile(\"data.txt\", \"line1\\nline2\\n\");\n"
-                                       "id = fileOpen(\"data.txt\", \"rb\"); id > 0\n"
-                                       "fileRead(id, 3)\n"
-                                       "fileRead(id, \"\\n\")\n"
-                                       "fileRead(id)\n"
-                                       "fileRead(id)\n"
-                                       "fileWrite(id, 1)\n"
-                                       "fileClose(id)\n"
-                                       "fileClose(id)\n"
-                                       "fileClose(0)\n"
-                                       "fileClose(99999999)\n"
-                                       "fileOpen(\"data.txt\", \"z\")\n"
-                                       "fileOpen(\"data.txt\")\n"
-                                       "w = fileOpen(\"out.txt\", \"w\"); fileRead(w)\n"
-                                       "fileWrite(w, [1, 2]); fileClose(w); readFile(\"out.txt\")\n"
-                                       "a = fileOpen(\"out.txt\", \"a\"); fileWrite(a, \"!\"); fileClose(a)\n"
-                                       "readFile(\"out.txt\")\n");
+        const std::string output =
+            runScript("writeFile(\"data.txt\", \"line1\\nline2\\n\");\n"
+                      "id = fileOpen(\"data.txt\", \"rb\"); id > 0\n"
+                      "fileRead(id, 3)\n"
+                      "fileRead(id, \"\\n\")\n"
+                      "fileRead(id)\n"
+                      "fileRead(id)\n"
+                      "fileWrite(id, 1)\n"
+                      "fileClose(id)\n"
+                      "fileClose(id)\n"
+                      "fileClose(0)\n"
+                      "fileClose(99999999)\n"
+                      "fileOpen(\"data.txt\", \"z\")\n"
+                      "fileOpen(\"data.txt\")\n"
+                      "w = fileOpen(\"out.txt\", \"w\"); fileRead(w)\n"
+                      "fileWrite(w, [1, 2]); fileClose(w); readFile(\"out.txt\")\n"
+                      "a = fileOpen(\"out.txt\", \"a\"); fileWrite(a, \"!\"); fileClose(a)\n"
+                      "readFile(\"out.txt\")\n");
         CHECK_EQUAL(output,
                     "true\n\"lin\"\n\"e1\n\"\n\"line2\n\"\n\"\"\nundefined\ntrue\nundefined\nundefined\n"
                     "undefined\nundefined\nundefined\nundefined\n\"1,2\"\ntrue\n\"1,2!\"\n");
@@ -75,17 +76,17 @@ bool FileBuiltinsTest::testWholeFilesAndPaths() {
         SANITY_CHECK(Dirs::writeFileWhole(fFolder + "data.txt", "line1\nline2\n"));
         const uint64_t before = ScriptErrorLog::getReportCount();
         const std::string output = runScript("fileExists(\"data.txt\")\n"
-                                       "fileExists(\".\")\n"
-                                       "dirExists(\".\")\n"
-                                       "readFile(\"missing.txt\")\n"
-                                       "writeFile(\"no/such/folder/x\", 1)\n"
-                                       "fileSystem(\"data.txt\").fileSize\n"
-                                       "pathSegmentFromRight(\"a/b/c.txt\", 0, \"/\")\n"
-                                       "pathSegmentFromRight(\"a/b/c.txt\", 1)\n"
-                                       "pathSegmentFromLeft(\"a\\\\b\", 1, \"\\\\\")\n"
-                                       "parentPath(\"a\\\\b\\\\c\")\n"
-                                       "parentPath()\n"
-                                       "writeFile(\"x\")\n");
+                                             "fileExists(\".\")\n"
+                                             "dirExists(\".\")\n"
+                                             "readFile(\"missing.txt\")\n"
+                                             "writeFile(\"no/such/folder/x\", 1)\n"
+                                             "fileSystem(\"data.txt\").fileSize\n"
+                                             "pathSegmentFromRight(\"a/b/c.txt\", 0, \"/\")\n"
+                                             "pathSegmentFromRight(\"a/b/c.txt\", 1)\n"
+                                             "pathSegmentFromLeft(\"a\\\\b\", 1, \"\\\\\")\n"
+                                             "parentPath(\"a\\\\b\\\\c\")\n"
+                                             "parentPath()\n"
+                                             "writeFile(\"x\")\n");
         CHECK_EQUAL(output, "true\nfalse\ntrue\nundefined\nfalse\n12\n\"c.txt\"\n\"b\"\n\"b\"\n\"a\\b\\\"\n"
                             "undefined\nundefined\n");
         CHECK_EQUAL(fScriptErrors->errorsSince(before), "insufficient arguments | insufficient arguments");
@@ -103,11 +104,12 @@ bool FileBuiltinsTest::testTextLimit() {
         const std::string tooLong = ScriptLimits::textTooLongMessage();
         const uint64_t before = ScriptErrorLog::getReportCount();
         // A file longer than a text may be is an Error, read by any of the three ways; a short one reads.
-        const std::string output = runScript("readFile(\"data.txt\")\n"
-                                       "id = fileOpen(\"data.txt\", \"r\"); fileRead(id)\n"
-                                       "fileClose(id); id = fileOpen(\"data.txt\", \"r\"); fileRead(id, 6)\n"
-                                       "fileClose(id)\n"
-                                       "typeof fileSystem(\"data.txt\").contents\n");
+        const std::string output =
+            runScript("readFile(\"data.txt\")\n"
+                      "id = fileOpen(\"data.txt\", \"r\"); fileRead(id)\n"
+                      "fileClose(id); id = fileOpen(\"data.txt\", \"r\"); fileRead(id, 6)\n"
+                      "fileClose(id)\n"
+                      "typeof fileSystem(\"data.txt\").contents\n");
         ScriptLimits::fTextBytes = savedTextBytes;
         CHECK_EQUAL(output, "error\nerror\n\"line1\n\"\ntrue\n\"error\"\n");
         CHECK_EQUAL(fScriptErrors->errorsSince(before),
