@@ -498,15 +498,15 @@ void InternalCoordinator::waitForActivity(int64_t microseconds) {
     if (microseconds <= 0) {
         return;
     }
-    // Outside init and teardown nothing holds the lock to let go of.
-    const bool isHeld = mainThreadLock().owns_lock();
-    if (isHeld) {
-        mainThreadLock().unlock();
-    }
     // Input on a pipe, or on standard input while a task waits for it, ends the sleep at once.
     std::vector<int> extraReadDescriptors;
     if (isWaitingForStandardInput()) {
         extraReadDescriptors.push_back(STDIN_FILENO);
+    }
+    // Outside init and teardown nothing holds the lock to let go of.
+    const bool isHeld = mainThreadLock().owns_lock();
+    if (isHeld) {
+        mainThreadLock().unlock();
     }
     Pipes::waitForActivity(microseconds, extraReadDescriptors);
     if (isHeld) {
