@@ -4,17 +4,23 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 
 #include "BrwAddress/BrwLocalUnresolvedAddress.h"
 #include "BrwCoordinator/BrwInternalCoordinator.h"
+#include "BrwCoordinator/BrwPidFile.h"
 #include "BrwCoordinator/BrwPipes/BrwPipes.h"
+#include "BrwCoordinator/BrwSiblingCoordinator.h"
 #include "BrwData/BrwData_abstract.h"
 #include "BrwMain/BrwMain.h"
 #include "BrwMessage/BrwMessage.h"
+#include "BrwService/BrwServiceLog.h"
 #include "BrwService/BrwServicePing.h"
 #include "BrwService/BrwServiceSampleForTests.h"
 #include "BrwTestEnvironment.h"
+#include "BrwUtils/BrwProcess.h"
 #include "BrwUtils/BrwUtils.h"
 
 namespace {
@@ -46,9 +52,8 @@ bool runUntil(Condition condition, int timeoutMilliseconds = DEADLINE_MILLISECON
 // A coordinator of its own name in a process of its own, serving until it is told to stop.
 class Sibling {
 public:
-    Sibling()
-        : fName(BrwTests::uniqueName("net.braidwell.coordinator.sibling")),
-          fProcess({kBinary, "-s", "-n", fName}) {}
+    explicit Sibling(const std::string& name = BrwTests::uniqueName("net.braidwell.coordinator.sibling"))
+        : fName(name), fProcess({kBinary, "-s", "-n", fName}) {}
 
     const std::string& name() const { return fName; }
     std::string pipePath() const { return InternalCoordinator::getNamedPipePath(fName); }
@@ -118,11 +123,245 @@ TEST(CoordinatorTest, PingCrossesToASiblingAndItsAnswerComesBackThroughMain) {
     EXPECT_EQ(exitCode, 0);
 }
 
+std::string pidPathOf(const std::string& name) {
+    return InternalCoordinator::getSessionDataFolderPath() + name + ".pid";
+}
+
+// Adds a configuration file of this text to the coordinator's stack.
+void addConfig(const std::string& text) {
+    const fs::path path = fs::path(BrwTests::isolatedHome()) / (BrwTests::uniqueName("config") + ".ini");
+    std::ofstream(path, std::ios::binary) << text;
+    ASSERT_TRUE(InternalCoordinator::getConfigStack().addFile(path.string()));
+}
+
+// The processes the coordinator launched for a name: each is killed at the end, whatever happened.
+class LaunchedSiblings {
+public:
+    explicit LaunchedSiblings(const std::string& name) : fName(name) {}
+    ~LaunchedSiblings() {
+        note();
+        for (uint32_t processId : fProcessIds) {
+            ::kill(static_cast<pid_t>(processId), SIGKILL);
+        }
+    }
+    // Remembers what runs under the name now and what its proxy launched last.
+    void note() {
+        remember(PidFile::readPublished(pidPathOf(fName)));
+        if (auto sibling = SiblingCoordinator::getSiblingCoordinator(fName)) {
+            remember(sibling->getLaunchedProcessId());
+        }
+    }
+    const std::vector<uint32_t>& processIds() const { return fProcessIds; }
+
+private:
+    void remember(uint32_t processId) {
+        if (processId != 0 &&
+            std::find(fProcessIds.begin(), fProcessIds.end(), processId) == fProcessIds.end()) {
+            fProcessIds.push_back(processId);
+        }
+    }
+    std::string fName;
+    std::vector<uint32_t> fProcessIds;
+};
+
+// Sets a static setting for one test and puts the old value back at its end.
+class Setting {
+public:
+    Setting(int64_t& setting, int64_t value) : fSetting(setting), fOld(setting) { setting = value; }
+    ~Setting() { fSetting = fOld; }
+
+private:
+    int64_t& fSetting;
+    int64_t fOld;
+};
+
+std::shared_ptr<IMessage> lastReceived(const std::shared_ptr<ServiceSampleForTests>& service) {
+    return std::dynamic_pointer_cast<IMessage>(service->getReceivedMessages().back());
+}
+
+bool terminateAndWait(const std::shared_ptr<ServiceSampleForTests>& sender, const std::string& name) {
+    const uint32_t processId = PidFile::readPublished(pidPathOf(name));
+    return queueTo(sender, name, "", OpCode::TERMINATE, "") &&
+           runUntil([&] { return ! Process::isRunning(processId); });
+}
+
+// Queues a PING to `name` and turns the loop until its answer has come, noting what is launched meanwhile.
+bool pingAndWait(const std::shared_ptr<ServiceSampleForTests>& pinger, const std::string& name,
+                 const std::string& payload, LaunchedSiblings& launched) {
+    const size_t count = pinger->getReceivedMessages().size() + 1;
+    return queueTo(pinger, name, ServicePing::SERVICE_NAME, OpCode::PING, payload) && runUntil([&] {
+               launched.note();
+               return pinger->getReceivedMessages().size() == count;
+           });
+}
+
+TEST(SiblingTest, PingToAnUnknownCoordinatorWithAppPathStartsItAndIsAnswered) {
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.launched");
+    addConfig("[config." + name + "]\nappPath = " + kBinary + " -s\n");
+    LaunchedSiblings launched(name);
+    SampleTree tree;
+    auto pinger = tree.add("pinger");
+    ASSERT_TRUE(pingAndWait(pinger, name, "are you there", launched));
+    EXPECT_EQ(lastReceived(pinger)->getOpCode(), OpCode::PING_REPLY);
+    EXPECT_EQ(lastReceived(pinger)->getPayloadStr(), "are you there");
+    auto sibling = SiblingCoordinator::getSiblingCoordinator(name);
+    ASSERT_TRUE(sibling);
+    EXPECT_FALSE(sibling->hasQuit());
+    EXPECT_TRUE(terminateAndWait(pinger, name));
+}
+
+TEST(SiblingTest, MessagesForASiblingThatCannotBeLaunchedWaitForItWithinTheLimit) {
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.late");
+    SampleTree tree;
+    auto pinger = tree.add("pinger");
+    ASSERT_TRUE(queueTo(pinger, name, ServiceLog::SERVICE_NAME, OpCode::LOG_NOTE, "kept note"));
+    ASSERT_TRUE(queueTo(pinger, name, ServicePing::SERVICE_NAME, OpCode::PING, "kept ping"));
+    std::shared_ptr<SiblingCoordinator> proxy;
+    ASSERT_TRUE(runUntil([&] {
+        proxy = SiblingCoordinator::getSiblingCoordinator(name);
+        return proxy && proxy->getSiblingState() == SiblingState::INACTIVE_KEEP_MESSAGES;
+    }));
+    EXPECT_EQ(proxy->getQueuedMessageCount(), 2u);
+    EXPECT_EQ(proxy->getLaunchedProcessId(), 0u);
+    Sibling sibling(name);
+    ASSERT_TRUE(runUntil([&] { return pinger->getReceivedMessages().size() == 1; }));
+    EXPECT_EQ(lastReceived(pinger)->getPayloadStr(), "kept ping");
+    EXPECT_EQ(proxy->getQueuedMessageCount(), 0u);
+    EXPECT_TRUE(terminateAndWait(pinger, name));
+}
+
+TEST(SiblingTest, MessagesKeptLongerThanTheLimitAreDropped) {
+    Setting limit(InternalCoordinator::fMaxWaitMessageDropMicroseconds, 200000);
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.never");
+    SampleTree tree;
+    auto pinger = tree.add("pinger");
+    ASSERT_TRUE(queueTo(pinger, name, ServiceLog::SERVICE_NAME, OpCode::LOG_NOTE, "dropped note"));
+    std::shared_ptr<SiblingCoordinator> proxy;
+    ASSERT_TRUE(runUntil([&] {
+        proxy = proxy ? proxy : SiblingCoordinator::getSiblingCoordinator(name);
+        return proxy && proxy->getSiblingState() == SiblingState::INACTIVE;
+    }));
+    EXPECT_EQ(proxy->getQueuedMessageCount(), 0u);
+    EXPECT_TRUE(proxy->isIdle());
+}
+
+TEST(SiblingTest, SiblingKilledWhileRunningIsLaunchedAgainAndGetsTheQueuedMessagesInOrder) {
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.phoenix");
+    addConfig("[config." + name + "]\nappPath = '" + kBinary + "' -s\n");
+    LaunchedSiblings launched(name);
+    SampleTree tree;
+    auto pinger = tree.add("pinger");
+    ASSERT_TRUE(pingAndWait(pinger, name, "first", launched));
+    const uint32_t firstProcessId = PidFile::readPublished(pidPathOf(name));
+    ASSERT_NE(firstProcessId, 0u);
+    ASSERT_EQ(::kill(static_cast<pid_t>(firstProcessId), SIGKILL), 0);
+    ASSERT_TRUE(BrwTests::waitFor([&] { return ! Process::isRunning(firstProcessId); }));
+    // The killed process left its proxy file behind.
+    ASSERT_TRUE(Pipes::namedPipeExists(InternalCoordinator::getNamedPipePath(name)));
+    const std::vector<std::string> payloads = {"one\n-", "two --n -z", "three\n\n-"};
+    for (const std::string& payload : payloads) {
+        ASSERT_TRUE(queueTo(pinger, name, ServicePing::SERVICE_NAME, OpCode::PING, payload));
+    }
+    ASSERT_TRUE(runUntil([&] {
+        launched.note();
+        return pinger->getReceivedMessages().size() == 1 + payloads.size();
+    }));
+    for (size_t i = 0; i < payloads.size(); ++i) {
+        auto reply = std::dynamic_pointer_cast<IMessage>(pinger->getReceivedMessages()[1 + i]);
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(reply->getPayloadStr(), payloads[i]);
+    }
+    const uint32_t secondProcessId = PidFile::readPublished(pidPathOf(name));
+    EXPECT_NE(secondProcessId, firstProcessId);
+    EXPECT_TRUE(terminateAndWait(pinger, name));
+}
+
+TEST(SiblingTest, ALaunchThatNeverComesUpIsRetriedThenGivenUp) {
+    Setting pipeWait(InternalCoordinator::fInterCoordinatorPipeWaitTimeMicroseconds, 100000);
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.stillborn");
+    addConfig("[config." + name + "]\nappPath = /bin/false\n");
+    LaunchedSiblings launched(name);
+    SampleTree tree;
+    auto pinger = tree.add("pinger");
+    ASSERT_TRUE(queueTo(pinger, name, ServicePing::SERVICE_NAME, OpCode::PING, ""));
+    std::shared_ptr<SiblingCoordinator> proxy;
+    ASSERT_TRUE(runUntil([&] {
+        launched.note();
+        proxy = proxy ? proxy : SiblingCoordinator::getSiblingCoordinator(name);
+        return proxy && proxy->getSiblingState() == SiblingState::INACTIVE_KEEP_MESSAGES;
+    }));
+    EXPECT_EQ(proxy->getLaunchRetries(), SiblingCoordinator::MAX_LAUNCH_RETRIES + 1);
+    EXPECT_EQ(launched.processIds().size(), static_cast<size_t>(SiblingCoordinator::MAX_LAUNCH_RETRIES + 1));
+    for (uint32_t processId : launched.processIds()) {
+        EXPECT_FALSE(Process::isRunning(processId));
+    }
+    // Given up, the message is kept for a sibling that may still come.
+    EXPECT_EQ(proxy->getQueuedMessageCount(), 1u);
+}
+
+TEST(SiblingTest, AnAppPathThatIsNoProgramIsTriedThenGivenUpKeepingTheMessages) {
+    Setting pipeWait(InternalCoordinator::fInterCoordinatorPipeWaitTimeMicroseconds, 100000);
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.nowhere");
+    addConfig("[config." + name + "]\nappPath = /nonexistent/braidwell\n");
+    SampleTree tree;
+    ASSERT_TRUE(queueTo(tree.add("pinger"), name, ServicePing::SERVICE_NAME, OpCode::PING, ""));
+    std::shared_ptr<SiblingCoordinator> proxy;
+    ASSERT_TRUE(runUntil([&] {
+        proxy = proxy ? proxy : SiblingCoordinator::getSiblingCoordinator(name);
+        return proxy && proxy->getSiblingState() == SiblingState::INACTIVE_KEEP_MESSAGES;
+    }));
+    EXPECT_EQ(proxy->getLaunchedProcessId(), 0u);
+    EXPECT_EQ(proxy->getLaunchRetries(), SiblingCoordinator::MAX_LAUNCH_RETRIES + 1);
+    EXPECT_EQ(proxy->getQueuedMessageCount(), 1u);
+}
+
+TEST(SiblingTest, ConfigSectionsNameSiblingsButNotWildcardsOrDisabledOnes) {
+    const std::string stem = BrwTests::uniqueName("net.braidwell.coordinator.configured");
+    addConfig("[config.*]\nunusedKey = 1\n[config." + stem + ".x?y]\nunusedKey = 1\n[config." + stem +
+              ".off]\ndisabled = 1\n[config." + stem + ".offToo]\ndisabled = true\n[config." + stem +
+              ".on]\ndisabled = 0\n");
+    const auto isKnown = [](const std::string& name) {
+        const std::vector<std::string> names = SiblingCoordinator::getSiblingNames();
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    ASSERT_TRUE(runUntil([&] { return isKnown(stem + ".on"); }));
+    for (const std::string& name : SiblingCoordinator::getSiblingNames()) {
+        EXPECT_EQ(name.find_first_of("*?"), std::string::npos) << name;
+        EXPECT_NE(name, stem + ".off");
+        EXPECT_NE(name, stem + ".offToo");
+    }
+}
+
+TEST(SiblingTest, HasQuitStaysTrueWhenANewProcessOfTheNameAppears) {
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.quitter");
+    EXPECT_FALSE(SiblingCoordinator::hasQuit(InternalCoordinator::getCoordinatorName()));
+    EXPECT_TRUE(SiblingCoordinator::hasQuit(name));
+    SampleTree tree;
+    auto pinger = tree.add("pinger");
+    std::shared_ptr<SiblingCoordinator> proxy;
+    {
+        Sibling first(name);
+        ASSERT_TRUE(first.waitUntilListening());
+        ASSERT_TRUE(queueTo(pinger, name, ServicePing::SERVICE_NAME, OpCode::PING, ""));
+        ASSERT_TRUE(runUntil([&] { return pinger->getReceivedMessages().size() == 1; }));
+        proxy = SiblingCoordinator::getSiblingCoordinator(name);
+        ASSERT_TRUE(proxy);
+        EXPECT_FALSE(proxy->hasQuit());
+    }
+    ASSERT_TRUE(runUntil([&] { return proxy->hasQuit(); }));
+    Sibling second(name);
+    ASSERT_TRUE(second.waitUntilListening());
+    EXPECT_TRUE(proxy->hasQuit());
+    EXPECT_TRUE(terminateAndWait(pinger, name));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     BrwTests::isolateHome();
+    // The scan of the configuration runs often, so that a test sees the sections it adds.
+    InternalCoordinator::fScanConfigSiblingsIntervalMicroseconds = 20000;
     // The main coordinator of the test's home: siblings send everything through it.
     std::string program = "brw_coordinatortests";
     std::string nameSwitch = "-n";

@@ -18,6 +18,7 @@
 #include "BrwCoordinator/BrwPipes/BrwPipes.h"
 #include "BrwCoordinator/BrwPipes/BrwReadPipe.h"
 #include "BrwCoordinator/BrwPipes/BrwWritePipe.h"
+#include "BrwCoordinator/BrwSiblingCoordinator.h"
 #include "BrwData/BrwDataNull.h"
 #include "BrwData/BrwDataOM.h"
 #include "BrwData/BrwDataString.h"
@@ -65,6 +66,7 @@ const RegisterDeregisterFunction kObjectClasses[] = {
     ServiceNull::registerDeregisterClass,
     ServicePing::registerDeregisterClass,
     ServiceSampleForTests::registerDeregisterClass,
+    SiblingCoordinator::registerDeregisterClass,
     SimpleSerializer::registerDeregisterClass,
     RemoteResolvedAddress::registerDeregisterClass,
     RemoteUnresolvedAddress::registerDeregisterClass,
@@ -282,9 +284,11 @@ bool InternalCoordinator::parseCommandLineArgs(int argc, char** argv) {
         char pendingLetter = 0; // a switch waiting for its argument
         char lastLetter = 0;    // the switch a stray word voids
         std::vector<std::string> pendingArgs;
+        fOwnLaunchArgs = {Dirs::getAppPath()};
         for (int i = 1; i < argc; ++i) {
             const std::string word = argv[i] != nullptr ? argv[i] : "";
             cmdLine += (i > 1 ? " " : "") + word;
+            fOwnLaunchArgs.push_back(word);
             if (pendingLetter != 0) {
                 switches[pendingLetter] = {word};
                 lastLetter = pendingLetter;
@@ -468,6 +472,8 @@ bool InternalCoordinator::isIdle() {
         notIdleReason = "fIsTerminating but not idle because ! fMessageQueue.empty()";
     } else if (! Service_abstract::isIdle()) {
         notIdleReason = "fIsTerminating but not idle because inherited ! Service_abstract::isIdle()";
+    } else if (isHoldingSiblingResponsesForTermination()) {
+        notIdleReason = "fIsTerminating but not idle because isHoldingSiblingResponsesForTermination()";
     }
     if (fIsTerminating) {
         // The pipes are told of for information: the services and the queue cover what matters.
@@ -604,6 +610,13 @@ void InternalCoordinator::timeslice_yielding(const std::shared_ptr<Task>& task, 
         if (fUpdateSessionData) {
             VERIFY(writeSessionData());
         }
+        VERIFY(SiblingCoordinator::scanForActiveSiblings());
+        if (fCoordinatorName == MAIN_COORDINATOR_NAME) {
+            VERIFY(SiblingCoordinator::scanForNamedPipeSiblings());
+            VERIFY(SiblingCoordinator::scanForConfigSiblings());
+        }
+        // What the scans queued moves in this round.
+        EXPECTED(handleMessagingTimeslice());
         YIELDING_CALL(Service_abstract::timeslice_yielding(task, frame->isTreeWalked));
         VERIFY(checkPublishedProcessId());
         YIELDING_WAIT(task->yield());

@@ -200,6 +200,13 @@ public:
     bool receiveMessage(const std::shared_ptr<IObject>& messageObj) override;
     // One pass over the pipes and the queue; always true, a failed step is reported.
     bool handleMessagingTimeslice();
+    // True while this coordinator terminates and its input pipe is still there: siblings don't write
+    // until then, so that no answer crosses a closing pipe.
+    bool isHoldingSiblingResponsesForTermination() const;
+    // The words that start the coordinator `coordinatorName`: this process's own for its own name;
+    // otherwise the key appPath of the section "config.NAME" split as a shell would, with "-n NAME"
+    // added unless the words name the coordinator. Empty when it can't be launched.
+    const std::vector<std::string>& getLaunchArgs(const std::string& coordinatorName);
     // Closes this coordinator's input pipe and removes a proxy file that no running process owns.
     void destroyNamedPipe();
     // The proxy path of the input pipe of the coordinator of this machine named `coordinatorName`.
@@ -286,9 +293,10 @@ private:
     void destroyInputPipe(const std::string& namedPipePath);
     // Delivers one message here, or hands it on towards the coordinator or machine it is for.
     [[nodiscard]] bool relayMessage(const std::shared_ptr<const IObject>& messageObj);
-    // Hands a message to the coordinator of this machine named `coordinatorName`.
-    [[nodiscard]] bool relayOutgoingMessage(const std::string& coordinatorName,
-                                            const std::shared_ptr<const IObject>& messageObj);
+    // Hands a message to the proxy of the coordinator of this machine named `coordinatorName`, made
+    // when there is none.
+    [[nodiscard]] bool relayToSibling(const std::string& coordinatorName,
+                                      const std::shared_ptr<const IObject>& messageObj);
 
     bool fIsTerminating = false;                               // set once by terminate(); never reset
     std::shared_ptr<Task> fMainTask;                           // runs timeslice_yielding
@@ -307,9 +315,10 @@ private:
     int64_t fNextPidFileCheckTime = 0;                         // see isFileCheckDue
     int fNamedPipeHandle = 0;                                  // the input pipe; 0 when not open
     std::string fInputString;                                  // a line of the input pipe under way
-    std::unordered_map<std::string, int, FNV1aHash> fSiblingWriteHandles; // write pipes by coordinator
+    std::unordered_map<std::string, std::vector<std::string>, FNV1aHash> fLaunchArgs; // by coordinator
 
     static inline bool fIsVersionRequested = false;           // -v: stop right after start-up
+    static inline std::vector<std::string> fOwnLaunchArgs;    // the program and its own command line
     static inline ConfigStack fConfigStack;                   // the configuration files
     static inline std::map<std::string, std::string> fUrlMap; // section urlMap
     static inline std::string fNodePrefix;                    // see getNodePrefix

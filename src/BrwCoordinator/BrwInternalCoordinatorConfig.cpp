@@ -1,11 +1,13 @@
 // The coordinator's configuration: the stack of ini files, the settings read from it in their fixed
 // order, and the tables of names and hosts.
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 #include <variant>
 
 #include "BrwCoordinator/BrwInternalCoordinator.h"
+#include "BrwCoordinator/BrwSiblingCoordinator.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwScriptErrorLog.h"
 #include "BrwUtils/BrwDirs.h"
@@ -250,6 +252,36 @@ bool InternalCoordinator::processConfigStack() {
         retVal = true;
     } while (false);
     return retVal;
+}
+
+const std::vector<std::string>& InternalCoordinator::getLaunchArgs(const std::string& coordinatorName) {
+    static const std::vector<std::string> kNone;
+    const std::vector<std::string>* retVal = &kNone;
+    do {
+        SANITY_CHECK(! coordinatorName.empty());
+        if (coordinatorName == fCoordinatorName) {
+            retVal = &fOwnLaunchArgs;
+            break;
+        }
+        auto iter = fLaunchArgs.find(coordinatorName);
+        if (iter == fLaunchArgs.end()) {
+            const std::string appPath = getConfigValue(std::string(CONFIG_SECTION) + "." + coordinatorName,
+                                                       SiblingCoordinator::APP_PATH_KEY, "");
+            std::vector<std::string> words;
+            if (! Utils::splitCommandWords(appPath, words)) {
+                LOG_ERROR_F("cannot split appPath of %s: %s", coordinatorName.c_str(), appPath.c_str());
+            }
+            // The launched process must open the pipe of this name.
+            if (! words.empty() && std::find(words.begin(), words.end(), "-n") == words.end() &&
+                std::find(words.begin(), words.end(), "-N") == words.end()) {
+                words.push_back("-n");
+                words.push_back(coordinatorName);
+            }
+            iter = fLaunchArgs.emplace(coordinatorName, std::move(words)).first;
+        }
+        retVal = &iter->second;
+    } while (false);
+    return *retVal;
 }
 
 } // namespace Brw

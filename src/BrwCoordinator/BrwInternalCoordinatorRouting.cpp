@@ -16,6 +16,7 @@
 #include "BrwCoordinator/BrwPipes/BrwPipes.h"
 #include "BrwCoordinator/BrwPipes/BrwReadPipe.h"
 #include "BrwCoordinator/BrwPipes/BrwWritePipe.h"
+#include "BrwCoordinator/BrwSiblingCoordinator.h"
 #include "BrwData/BrwData_abstract.h"
 #include "BrwEvent/BrwEvent.h"
 #include "BrwLogger/BrwCheck.h"
@@ -126,8 +127,7 @@ bool InternalCoordinator::relayMessage(const std::shared_ptr<const IObject>& mes
                 forwardToCoordinatorName = MAIN_COORDINATOR_NAME;
                 LOG_TRACE_F("adjusted forwardToCoordinatorName: %s", forwardToCoordinatorName.c_str());
             }
-            LOG_TRACE("relaying to sibling coordinator");
-            SANITY_CHECK(relayOutgoingMessage(forwardToCoordinatorName, messageObj));
+            SANITY_CHECK(relayToSibling(forwardToCoordinatorName, messageObj));
             std::shared_ptr<IObject> event;
             ASSIGN(event, Event::factoryFromNamePayload("messageRelayed", message));
             SANITY_CHECK(this->fireEvent(event));
@@ -239,29 +239,27 @@ bool InternalCoordinator::receiveMessage(const std::shared_ptr<IObject>& message
     return retVal;
 }
 
-bool InternalCoordinator::relayOutgoingMessage(const std::string& coordinatorName,
-                                               const std::shared_ptr<const IObject>& messageObj) {
+bool InternalCoordinator::relayToSibling(const std::string& coordinatorName,
+                                         const std::shared_ptr<const IObject>& messageObj) {
     bool retVal = false;
     do {
-        const std::string namedPipePath = getNamedPipePath(coordinatorName);
-        int& handle = fSiblingWriteHandles[coordinatorName];
-        if (handle == 0) {
-            handle = Pipes::openWriteNamedPipe(namedPipePath);
+        std::shared_ptr<SiblingCoordinator> sibling =
+            SiblingCoordinator::getSiblingCoordinator(coordinatorName);
+        if (! sibling) {
+            LOG_TRACE("no matching sibling coordinator");
+            ASSIGN(sibling,
+                   std::dynamic_pointer_cast<SiblingCoordinator>(
+                       SiblingCoordinator::factoryFromParentName(shared_from_this(), coordinatorName)));
         }
-        if (handle == 0) {
-            // Nobody of that name listens: the message goes nowhere, as one to an unknown service does.
-            fSiblingWriteHandles.erase(coordinatorName);
-            LOG_NOTE_F("no matching sibling coordinator %s", coordinatorName.c_str());
-            retVal = true;
-            break;
-        }
-        const std::string text = Utils::escapeIPC(Data_abstract::serializeToStr(messageObj)) + "\n";
-        LOG_TRACE_F("Writing to pipe, message = %s, named pipe path = %s", text.c_str(),
-                    namedPipePath.c_str());
-        SANITY_CHECK(Pipes::writeToNamedPipe(handle, text));
+        LOG_TRACE("relaying to sibling coordinator");
+        SANITY_CHECK(sibling->relayOutgoingMessage(messageObj));
         retVal = true;
     } while (false);
     return retVal;
+}
+
+bool InternalCoordinator::isHoldingSiblingResponsesForTermination() const {
+    return fIsTerminating && Pipes::namedPipeExists(getNamedPipePath(fCoordinatorName));
 }
 
 bool InternalCoordinator::monitorNamedPipe() {

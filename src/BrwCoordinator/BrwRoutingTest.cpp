@@ -6,6 +6,7 @@
 #include "BrwAddress/BrwRemoteResolvedAddress.h"
 #include "BrwAddress/BrwRemoteUnresolvedAddress.h"
 #include "BrwCoordinator/BrwInternalCoordinator.h"
+#include "BrwCoordinator/BrwSiblingCoordinator.h"
 #include "BrwData/BrwData_abstract.h"
 #include "BrwMain/BrwLogRecorder.h"
 #include "BrwMessage/BrwMessage.h"
@@ -236,6 +237,16 @@ bool RoutingTest::testMessagesLeavingTheProcess() {
         SANITY_CHECK(
             LogRecorder::hasLineWith(lines, "forwardToCoordinatorName: net.braidwell.coordinator.gateway"));
         SANITY_CHECK(LogRecorder::hasLineWith(lines, "relaying to sibling coordinator"));
+        // The proxy of the gateway, or of main that passes it on, holds the message; the coordinator is
+        // idle again without it.
+        const std::string& proxyName =
+            InternalCoordinator::getCoordinatorName() == InternalCoordinator::MAIN_COORDINATOR_NAME
+                ? InternalCoordinator::GATEWAY_COORDINATOR_NAME
+                : InternalCoordinator::MAIN_COORDINATOR_NAME;
+        const std::shared_ptr<SiblingCoordinator> proxy =
+            SiblingCoordinator::getSiblingCoordinator(proxyName);
+        SANITY_CHECK(proxy && proxy->getQueuedMessageCount() == 1);
+        SANITY_CHECK(proxy->deregisterObject());
         retVal = true;
     } while (false);
     return retVal;

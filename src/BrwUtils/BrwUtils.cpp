@@ -400,6 +400,82 @@ std::vector<std::string> Utils::splitAfter(const std::string& str, char separato
     return splitPieces(str, separator, true);
 }
 
+namespace {
+
+// Where splitCommandWords stands between two characters.
+enum class WordState {
+    BETWEEN,       // between words
+    PLAIN,         // in a word, outside quotes
+    SINGLE_QUOTED, // inside '...'
+    DOUBLE_QUOTED, // inside "..."
+};
+
+bool isWordBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n';
+}
+
+// The characters a backslash escapes inside double quotes; before any other it stays itself.
+bool isEscapedInDoubleQuotes(char c) {
+    return c == '\\' || c == '"' || c == '$' || c == '`' || c == '\n';
+}
+
+} // namespace
+
+bool Utils::splitCommandWords(const std::string& str, std::vector<std::string>& words) {
+    words.clear();
+    WordState state = WordState::BETWEEN;
+    std::string word;
+    bool isComplete = true;
+    for (size_t i = 0; i < str.size() && isComplete; ++i) {
+        const char c = str[i];
+        if (state == WordState::SINGLE_QUOTED) {
+            state = c == '\'' ? WordState::PLAIN : state;
+            if (c != '\'') {
+                word += c;
+            }
+            continue;
+        }
+        if (c == '\\') {
+            isComplete = i + 1 < str.size();
+            const char next = isComplete ? str[++i] : 0;
+            if (state == WordState::DOUBLE_QUOTED && ! isEscapedInDoubleQuotes(next)) {
+                word += c;
+            }
+            // A backslash before a line feed joins the lines.
+            if (isComplete && next != '\n') {
+                word += next;
+            }
+            if (state == WordState::BETWEEN && next != '\n') {
+                state = WordState::PLAIN;
+            }
+        } else if (state == WordState::DOUBLE_QUOTED) {
+            state = c == '"' ? WordState::PLAIN : state;
+            if (c != '"') {
+                word += c;
+            }
+        } else if (isWordBlank(c)) {
+            if (state == WordState::PLAIN) {
+                words.push_back(word);
+                word.clear();
+            }
+            state = WordState::BETWEEN;
+        } else if (c == '\'' || c == '"') {
+            state = c == '\'' ? WordState::SINGLE_QUOTED : WordState::DOUBLE_QUOTED;
+        } else {
+            word += c;
+            state = WordState::PLAIN;
+        }
+    }
+    isComplete = isComplete && (state == WordState::BETWEEN || state == WordState::PLAIN);
+    if (state == WordState::PLAIN) {
+        words.push_back(word);
+    }
+    if (! isComplete) {
+        words.clear();
+    }
+    return isComplete;
+}
+
 std::string Utils::format(const char* formatStr, ...) {
     std::string result;
     va_list args;

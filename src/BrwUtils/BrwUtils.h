@@ -52,6 +52,11 @@ public:
     static std::vector<std::string> split(const std::string& str, char separator);
     // As split, with the separator kept at the end of each piece.
     static std::vector<std::string> splitAfter(const std::string& str, char separator);
+    // The words of a command line as a POSIX shell splits them, without any expansion: blanks separate,
+    // single quotes keep all, double quotes keep all but the escapes of \\, ", $ and `, and a backslash
+    // outside quotes takes the next character as it is. False, with `words` empty, for an unclosed quote
+    // or a backslash at the end.
+    [[nodiscard]] static bool splitCommandWords(const std::string& str, std::vector<std::string>& words);
     // printf into a string.
     static std::string format(const char* formatStr, ...) __attribute__((format(printf, 1, 2)));
 

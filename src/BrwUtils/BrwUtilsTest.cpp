@@ -254,6 +254,18 @@ bool UtilsTest::testSplitting() {
         SANITY_CHECK(Utils::split(",,", ',') == Pieces({"", "", ""}));
         SANITY_CHECK(Utils::splitAfter(text, 'a') == Pieces({"1234\na", "bc\na", "bc\n1a", "12\n"}));
         SANITY_CHECK(Utils::splitAfter(text, '\n') == Pieces({"1234\n", "abc\n", "abc\n", "1a12\n", ""}));
+        Pieces words;
+        SANITY_CHECK(Utils::splitCommandWords("  /bin/app\t-s  -n x\n", words) &&
+                     words == Pieces({"/bin/app", "-s", "-n", "x"}));
+        // Quotes group and may meet in one word; empty quotes make an empty word; nothing is expanded.
+        SANITY_CHECK(Utils::splitCommandWords("'/my dir/app' a\"b c\"'d' \"\" '$HOME' ~ *", words) &&
+                     words == Pieces({"/my dir/app", "ab cd", "", "$HOME", "~", "*"}));
+        SANITY_CHECK(Utils::splitCommandWords("a\\ b \\'c \"\\\"\\$\\x\" 'x\\y' d\\\ne", words) &&
+                     words == Pieces({"a b", "'c", "\"$\\x", "x\\y", "de"}));
+        SANITY_CHECK(Utils::splitCommandWords("", words) && words.empty());
+        SANITY_CHECK(! Utils::splitCommandWords("a 'b", words) && words.empty());
+        SANITY_CHECK(! Utils::splitCommandWords("a \"b", words));
+        SANITY_CHECK(! Utils::splitCommandWords("a\\", words));
         retVal = true;
     } while (false);
     return retVal;
