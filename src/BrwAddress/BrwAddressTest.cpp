@@ -136,6 +136,11 @@ bool AddressTest::testURLsMakeTheirAddresses() {
         address = fromURL("brw://somehost.local/net.braidwell.coordinator.main/" + kNull + "//xtx/", tail);
         auto indexed = std::dynamic_pointer_cast<const IIndexedAddress>(address);
         SANITY_CHECK(indexed && indexed->getIndices() == kNull + "/0");
+        // A GUID where the URL ends is no host name but a coordinator without its service: no address.
+        for (const char* url :
+             {"brw:A0000000-0000-0000-0123-456789ABCDEF", "brw://A0000000-0000-0000-0123-456789ABCDEF"}) {
+            SANITY_CHECK(LogRecorder::failsWith([&] { return fromURL(url, tail) != nullptr; }, "'guid'"));
+        }
         // GUIDs: the service's resolved address, without the tail in its URL.
         GUIDClass* g = InternalCoordinator::getOwnGUID();
         GUIDClass* n = nullService->createGUID();

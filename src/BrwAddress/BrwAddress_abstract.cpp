@@ -36,6 +36,10 @@ public:
         for (char c : url) {
             feed(c);
         }
+        // A host that the URL ends in is read as one followed by "/": a GUID there is no host name.
+        if (fState == HOST) {
+            endHost();
+        }
         pushSegment();
         return fParts;
     }
