@@ -365,7 +365,12 @@ TEST_F(PipeTest, ConnectionOfAnotherUserIsRefused) {
             return ! intruder.lines().empty();
         });
     });
-    ASSERT_EQ(intruder.waitForExit(), 0);
+    const int exitCode = intruder.waitForExit();
+    if (exitCode != 0 && intruder.lines().empty()) {
+        GTEST_SKIP() << "setpriv could not run the peer as another user here (exit status " << exitCode
+                     << ")";
+    }
+    ASSERT_EQ(exitCode, 0);
     const std::string verdict = intruder.lines().empty() ? std::string() : intruder.lines().front();
     if (verdict.rfind("noconnect", 0) == 0) {
         GTEST_SKIP() << "this system doesn't let another user past the private folder: " << verdict;
