@@ -180,11 +180,12 @@ bool Service_abstract::detachRegisteredChildObj(const std::shared_ptr<IObject>& 
     do {
         SANITY_CHECK(childObj);
         GUIDClass* childGUID = childObj->getGUID();
-        if (! fRegisteredChildren || childGUID == nullptr || fRegisteredChildren->count(childGUID) == 0) {
+        const auto iter = fRegisteredChildren && childGUID != nullptr ? fRegisteredChildren->find(childGUID)
+                                                                      : RegisteredChildren::iterator();
+        if (! fRegisteredChildren || childGUID == nullptr || iter == fRegisteredChildren->end()) {
             LOG_ERROR("child is not registered");
             break;
         }
-        auto iter = fRegisteredChildren->find(childGUID);
         if (iter->second != childObj) {
             LOG_ERROR("raw pointer mismatch");
             break;
