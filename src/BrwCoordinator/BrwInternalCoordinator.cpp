@@ -34,6 +34,7 @@
 #include "BrwSerializer/BrwSimpleSerializer.h"
 #include "BrwService/BrwServiceLog.h"
 #include "BrwService/BrwServiceNull.h"
+#include "BrwService/BrwServiceOM.h"
 #include "BrwService/BrwServicePing.h"
 #include "BrwService/BrwServiceSampleForTests.h"
 #include "BrwTask/BrwCallTask.h"
@@ -64,6 +65,7 @@ const RegisterDeregisterFunction kObjectClasses[] = {
     LocalUnresolvedAddress::registerDeregisterClass,
     ServiceLog::registerDeregisterClass,
     ServiceNull::registerDeregisterClass,
+    ServiceOM::registerDeregisterClass,
     ServicePing::registerDeregisterClass,
     ServiceSampleForTests::registerDeregisterClass,
     SiblingCoordinator::registerDeregisterClass,
@@ -184,6 +186,7 @@ void InternalCoordinator::releaseInstance() {
         Pipes::closeAll();
         VERIFY(coordinator->destroySessionData());
         // The main task holds no reference back; dropping it here ends the cycle of the task tables.
+        coordinator->deregisterPendingTasks();
         coordinator->fMainTask.reset();
         coordinator->fCoordinatorScope.reset();
         // The tree of services goes with its root.
@@ -211,12 +214,18 @@ bool InternalCoordinator::init(int argc, char** argv) {
         ASSIGN_TYPED(InternalCoordinator, internalCoordinator, factory());
         SANITY_CHECK(internalCoordinator->createGUID());
         internalCoordinator->destroyNamedPipe();
+        // The replies to this coordinator's requests come to it as messages.
+        SANITY_CHECK(internalCoordinator->attachDetachEventHandler(
+            AttachDetach::ATTACH, "messageReceived", SCRIPT_RESULTS_HANDLER_NAME,
+            std::dynamic_pointer_cast<IEventListener>(internalCoordinator)));
         ASSIGN(internalCoordinator->fCoordinatorScope, OMScope::factory(nullptr, OMScope::READS_PARENT));
         SANITY_CHECK(internalCoordinator->claimCoordinatorName());
         // The services that every coordinator has.
         SANITY_CHECK(ServiceNull::factory());
         SANITY_CHECK(ServicePing::factory());
         SANITY_CHECK(ServiceLog::factory());
+        SANITY_CHECK(ServiceOM::factory());
+        SANITY_CHECK(ServiceOM::sampleFactory());
         ASSIGN(internalCoordinator->fMainTask, MainTaskTimesliceTask::factory());
         SANITY_CHECK(internalCoordinator->runStartupScript());
         internalCoordinator->fIsInitFinished = true;

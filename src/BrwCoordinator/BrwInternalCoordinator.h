@@ -12,6 +12,8 @@
 #include "BrwCoordinator/BrwConfigStack.h"
 #include "BrwCoordinator/BrwIdleBackoff.h"
 #include "BrwCoordinator/BrwPidFile.h"
+#include "BrwEvent/BrwEventListener.h"
+#include "BrwMessage/BrwOpCode.h"
 #include "BrwObject/BrwObject.h"
 #include "BrwService/BrwIInternalCoordinator.h"
 #include "BrwService/BrwService_abstract.h"
@@ -20,15 +22,23 @@
 namespace Brw {
 
 class Task;
+class GUIDClass;
+class IMessage;
+class IOMNode;
 class InputStream;
 class OMScope;
+class OMStored;
 class OutputStream;
+class RemoteRequestTask_abstract;
+class SendDataToRemoteTask;
 
 // The process's root: one per process, reached through factory(). It is the root of the tree of services,
 // owns the main task, runs the event loop and holds the process-wide settings as static members. It keeps
 // what it learns of other coordinators and hosts, so that addresses by name and by GUID can be turned into
 // each other.
-class InternalCoordinator : public Service_abstract, public virtual IInternalCoordinator {
+class InternalCoordinator : public Service_abstract,
+                            public virtual IInternalCoordinator,
+                            public EventListener {
 public:
     static constexpr const char* TYPENAME = "InternalCoordinator";
     static constexpr const char* VERSION = "0.1.1";
@@ -217,6 +227,46 @@ public:
         fGatewaySendFunction = gatewaySendFunction;
     }
 
+    // ---- remote scripts and data requests (BrwInternalCoordinatorRemote.cpp) ----
+    // The handler, on this coordinator's "messageReceived", that takes the replies to its requests.
+    static constexpr const char* SCRIPT_RESULTS_HANDLER_NAME = "scriptResults";
+    // The next number from the process's counter: the sequence numbers of requests, on both sides.
+    static uint64_t nextSequenceNumber();
+    // Starts a task that sends or serves a request, and gives it its first slice. One without a parent goes
+    // below the main task, so that it ends with the coordinator at the latest.
+    [[nodiscard]] bool startRequestTask(const std::shared_ptr<Task>& task);
+    // The body of a RunRemoteScriptTask: sends "clientSequenceNr" and "script" and waits for the result.
+    void runRemoteScript_yielding(const std::shared_ptr<Task>& task, bool& completed);
+    // Makes the task that sends `dataNode` to the handler `callBackID` at the target; null when it can't
+    // be made. `callBackFunction`, when given, is called with the reply.
+    std::shared_ptr<SendDataToRemoteTask>
+    sendDataToRemote(const std::shared_ptr<const IObject>& targetAddressObj, const std::string& callBackID,
+                     const std::shared_ptr<IOMNode>& dataNode, OpCode opCode, int64_t timeoutMicroseconds,
+                     uint64_t sequenceNumber, const std::shared_ptr<OMScope>& scope,
+                     const std::shared_ptr<OMStored>& callBackFunction);
+    // The body of a SendDataToRemoteTask: sends "clientSequenceNr", "data" and "callBackID", and waits
+    // for the reply when it does.
+    void sendDataToRemote_yielding(const std::shared_ptr<Task>& task, bool& completed);
+    // Registers the script function that answers data requests for `callBackID`, called in `scope`;
+    // replaces an earlier one.
+    [[nodiscard]] bool setDataRequestCallBack(const std::shared_ptr<OMScope>& scope,
+                                              const std::string& callBackID,
+                                              const std::shared_ptr<OMStored>& callBackFunction,
+                                              const std::string& name);
+    // Forgets the function of `callBackID`; true when there was one.
+    bool clearDataRequestCallBack(const std::string& callBackID);
+    // Starts the handler of `callBackID` on a data request; the task, or null when there is no handler.
+    std::shared_ptr<Task> handleDataRequest(const std::shared_ptr<const IObject>& senderAddressObj,
+                                            const std::string& callBackID,
+                                            const std::shared_ptr<IOMNode>& dataNode,
+                                            uint64_t clientSequenceNumber, GUIDClass* clientSessionGUID,
+                                            GUIDClass* serviceSessionGUID);
+    // "scriptResults": a received EVAL_RESULT or DATA_REPLY ends the wait of the request it answers.
+    bool handleEvent(const std::string& handlerName, const std::shared_ptr<IObject>& eventObj) override;
+    // Takes a request out of the table of pending ones, when `requestTask` is the one under the number.
+    void removePendingRequest(uint64_t sequenceNumber, const RemoteRequestTask_abstract* requestTask);
+    size_t getPendingRequestCount() const { return fPendingRequests.size(); }
+
     // Runs the main task and the started tasks for `microseconds`, or without limit when negative, until
     // the main task ends.
     [[nodiscard]] bool runEventLoop(int64_t microseconds);
@@ -293,6 +343,16 @@ private:
     void destroyInputPipe(const std::string& namedPipePath);
     // Delivers one message here, or hands it on towards the coordinator or machine it is for.
     [[nodiscard]] bool relayMessage(const std::shared_ptr<const IObject>& messageObj);
+    // Sends a request's map from this coordinator to its target, waited for under its sequence number when
+    // the task waits.
+    [[nodiscard]] bool sendRequest(const std::shared_ptr<RemoteRequestTask_abstract>& requestTask,
+                                   const std::shared_ptr<IOMNode>& messageNode);
+    // The pending request that a reply's "clientSequenceNr" names; null (reported) when none waits.
+    std::shared_ptr<RemoteRequestTask_abstract> findPendingRequest(const IOMNode& messageNode);
+    [[nodiscard]] bool handleEventScriptResults(const IMessage& message);
+    [[nodiscard]] bool handleEventDataResults(const IMessage& message);
+    // Forgets every pending request and data-request handler: part of the teardown.
+    void deregisterPendingTasks();
     // Hands a message to the proxy of the coordinator of this machine named `coordinatorName`, made
     // when there is none.
     [[nodiscard]] bool relayToSibling(const std::string& coordinatorName,
@@ -316,6 +376,15 @@ private:
     int fNamedPipeHandle = 0;                                  // the input pipe; 0 when not open
     std::string fInputString;                                  // a line of the input pipe under way
     std::unordered_map<std::string, std::vector<std::string>, FNV1aHash> fLaunchArgs; // by coordinator
+    // Requests that wait for their reply, by sequence number.
+    std::unordered_map<uint64_t, std::weak_ptr<RemoteRequestTask_abstract>> fPendingRequests;
+    // A script function that answers data requests, and where it runs.
+    struct DataRequestCallBack {
+        std::shared_ptr<OMScope> fScope;
+        std::shared_ptr<OMStored> fFunction;
+        std::string fName; // for the log
+    };
+    std::unordered_map<std::string, DataRequestCallBack, FNV1aHash> fDataRequestCallBacks; // by identifier
 
     static inline bool fIsVersionRequested = false;           // -v: stop right after start-up
     static inline std::vector<std::string> fOwnLaunchArgs;    // the program and its own command line

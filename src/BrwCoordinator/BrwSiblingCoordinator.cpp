@@ -49,6 +49,11 @@ bool isMainCoordinator() {
     return InternalCoordinator::getCoordinatorName() == InternalCoordinator::MAIN_COORDINATOR_NAME;
 }
 
+bool isOwnCoordinatorTerminating() {
+    auto internalCoordinator = std::dynamic_pointer_cast<InternalCoordinator>(InternalCoordinator::factory());
+    return internalCoordinator && internalCoordinator->isTerminating();
+}
+
 // A message that a launch of its receiver is worth: it asks for an answer.
 bool isWorthALaunch(OpCode opCode) {
     return opCode == OpCode::PING || opCode == OpCode::EVAL || opCode == OpCode::EVAL_FILE ||
@@ -443,6 +448,12 @@ void SiblingCoordinator::turnInactive() {
             LOG_NOTE_F("inactive for a long time. Switch from SiblingState::INACTIVE_KEEP_MESSAGES to "
                        "SiblingState::INACTIVE, named pipe path = %s",
                        path);
+            fMessageQueue.clear();
+            fSiblingState = SiblingState::INACTIVE;
+        } else if (isOwnCoordinatorTerminating()) {
+            // Nobody would be left to hand them over: waiting out the limit would only hold up the stop.
+            LOG_WARNING_F("dropping %zu messages for %s: it isn't running and this coordinator stops",
+                          fMessageQueue.size(), fCoordinatorName.c_str());
             fMessageQueue.clear();
             fSiblingState = SiblingState::INACTIVE;
         }

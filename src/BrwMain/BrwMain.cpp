@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "BrwAddress/BrwAddress_abstract.h"
 #include "BrwCoordinator/BrwInternalCoordinator.h"
 #include "BrwCoordinator/BrwPipes/BrwPipes.h"
+#include "BrwCoordinator/BrwRemote/BrwRunRemoteScriptTask.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMain/BrwClassTest.h"
 #include "BrwMain/BrwTest.h"
@@ -21,6 +23,7 @@
 #include "BrwTask/BrwInstrumentScriptStreamTask.h"
 #include "BrwTask/BrwParseAndEvalStreamTask.h"
 #include "BrwTask/BrwTask.h"
+#include "BrwUtils/BrwDirs.h"
 
 namespace Brw {
 
@@ -46,12 +49,40 @@ bool runSelfTests() {
     return allOK;
 }
 
-// The script file of -f runs on another coordinator, given by -r.
-// NOTE: coordinators don't exchange scripts yet: until they do, this says so and runs nothing.
+// The script file of -f runs on another coordinator, given by -r: read here, sent as text, and its
+// output comes back to this terminal. The request task ends the coordinator when it is answered or has
+// waited for its time-out; false when it can't be sent.
 bool runRemoteScript(const std::string& scriptFilePath, const std::string& remoteCoordinatorURL) {
-    fprintf(stderr, "running %s on another coordinator (%s) is not available yet\n", scriptFilePath.c_str(),
-            remoteCoordinatorURL.c_str());
-    return true;
+    bool retVal = false;
+    do {
+        ASSIGN_TYPED(InternalCoordinator, internalCoordinator, InternalCoordinator::factory());
+        const std::shared_ptr<OMScope>& coordinatorScope = internalCoordinator->getCoordinatorScope();
+        SANITY_CHECK(coordinatorScope);
+        std::string tail;
+        std::shared_ptr<IObject> targetAddressObj =
+            Address_abstract::factoryFromURL(remoteCoordinatorURL, tail);
+        const std::string path = Dirs::resolveRelativePath(Dirs::getCurrentDir(), scriptFilePath);
+        std::string script;
+        if (! targetAddressObj) {
+            fprintf(stderr, "not a brw:// address: %s\n", remoteCoordinatorURL.c_str());
+        } else if (Dirs::readFile(path, script) != FileReadResult::READ) {
+            fprintf(stderr, "cannot read the script file %s\n", path.c_str());
+        } else {
+            std::shared_ptr<RunRemoteScriptTask> runRemoteScriptTask;
+            ASSIGN(runRemoteScriptTask,
+                   RunRemoteScriptTask::factory(
+                       targetAddressObj, path, InternalCoordinator::fRemoteTimeoutMicroseconds, OpCode::EVAL,
+                       script, InternalCoordinator::nextSequenceNumber(), coordinatorScope));
+            runRemoteScriptTask->setEndsCoordinator(true);
+            SANITY_CHECK(internalCoordinator->startRequestTask(runRemoteScriptTask));
+            retVal = true;
+            break;
+        }
+        // Nothing to wait for: the loop that follows ends at once.
+        SANITY_CHECK(internalCoordinator->terminate());
+        retVal = true;
+    } while (false);
+    return retVal;
 }
 
 } // namespace
@@ -93,7 +124,9 @@ int main(int argc, char** argv) {
         } else if (InternalCoordinator::fIsInteractive) {
             SANITY_CHECK(consoleLoop());
         } else if (InternalCoordinator::fIsServer ||
-                   coordinatorName == InternalCoordinator::REFLECTOR_COORDINATOR_NAME) {
+                   coordinatorName == InternalCoordinator::REFLECTOR_COORDINATOR_NAME ||
+                   ! remoteCoordinatorURL.empty()) {
+            // A remote run lasts until its answer or its time-out, whatever the grace time.
             SANITY_CHECK(serverLoop());
         } else {
             SANITY_CHECK(shortStartThenStopLoop());

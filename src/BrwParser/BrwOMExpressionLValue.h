@@ -267,6 +267,21 @@ public:
                                                     const std::shared_ptr<OMScope>& scope,
                                                     OMExpressionLValueResolution& resolution);
 
+    // ---- Built-ins that talk to other coordinators (BrwOMExpressionLValueMessaging.cpp) ----
+
+    // Enters them into the dispatch table; registerBuiltins calls it.
+    static void registerMessagingBuiltins();
+    // sendData(data, target, callBackID, timeout, callBack): a data request, or with the data alone inside
+    // a handler, the reply to the request being handled.
+    static void ftn_sendData_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                      AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                      OMExpressionLValueResolution& resolution);
+    // setDataRequestCallBack(callBackID, function): the function answers data requests for the id;
+    // undefined removes it.
+    static std::shared_ptr<IOMNode> ftn_setDataRequestCallBack(AccessType accessType,
+                                                               const std::shared_ptr<OMScope>& scope,
+                                                               OMExpressionLValueResolution& resolution);
+
     // ---- Built-ins on files and paths (BrwFiles/BrwOMExpressionLValueFiles.cpp) ----
     // A relative path is taken against the folder of the running script, or the current folder.
 

@@ -1,5 +1,9 @@
 #include <filesystem>
 
+#include "BrwAddress/BrwAddress_abstract.h"
+#include "BrwAddress/BrwInternalAddress.h"
+#include "BrwCoordinator/BrwInternalCoordinator.h"
+#include "BrwCoordinator/BrwRemote/BrwRunRemoteScriptTask.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwScriptErrorLog.h"
 #include "BrwParser/BrwInputStreamString.h"
@@ -7,6 +11,7 @@
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
 #include "BrwTask/BrwYielding.h"
+#include "BrwUtils/BrwClock.h"
 
 namespace Brw {
 
@@ -19,7 +24,32 @@ struct EvalArguments {
     std::shared_ptr<OMScope> scope; // the caller's, or a new one over the map given first
     NodePtr script;                 // the text, or the path of the file
     bool hasTarget = false;         // a target address follows: another coordinator
+    std::string targetURL;          // the address of the object-model service there
+    int64_t timeoutMicroseconds =
+        InternalCoordinator::fRemoteTimeoutMicroseconds; // of the wait for the reply
+    std::shared_ptr<OMStored> callBack;                  // called with the result once it is there
+    bool isNoWait = false;                               // don't wait: the result is true at once
 };
+
+// The options after the target address, by kind and in any order.
+void readRemoteOptions(OMExpressionLValueResolution& resolution, size_t first, EvalArguments& arguments) {
+    for (size_t index = first; index < resolution.getArgumentCount(); ++index) {
+        const NodePtr option = resolution.getArgument(index);
+        switch (option->getType()) {
+        case OMType::Int:
+            arguments.timeoutMicroseconds = option->getInt() * Clock::MICROSECONDS_PER_MILLISECOND;
+            break;
+        case OMType::Function:
+            arguments.callBack = OMStored::rewrapFactory(*option);
+            break;
+        case OMType::Bool:
+            arguments.isNoWait = option->getBool();
+            break;
+        default:
+            break;
+        }
+    }
+}
 
 // Reads the arguments; false after a script error.
 bool readEvalArguments(const std::shared_ptr<OMScope>& callerScope, OMExpressionLValueResolution& resolution,
@@ -51,12 +81,80 @@ bool readEvalArguments(const std::shared_ptr<OMScope>& callerScope, OMExpression
         arguments.hasTarget = next + 1 < resolution.getArgumentCount() &&
                               resolution.getArgument(next + 1)->getType() == OMType::String;
         if (arguments.hasTarget) {
-            ScriptErrorLog::report("eval on another coordinator is not available");
-            break;
+            arguments.targetURL = resolution.getArgument(next + 1)->getString();
+            readRemoteOptions(resolution, next + 2, arguments);
         }
         retVal = true;
     } while (false);
     return retVal;
+}
+
+// The address of a target URL; an empty text is this coordinator. Null after a script error.
+std::shared_ptr<IObject> targetAddressFactory(const std::string& targetURL) {
+    std::string tail;
+    std::shared_ptr<IObject> targetAddressObj = Address_abstract::factoryFromURL(targetURL, tail);
+    if (! targetAddressObj && targetURL.empty()) {
+        targetAddressObj = InternalAddress::factoryFromIndices("");
+    }
+    if (! targetAddressObj) {
+        ScriptErrorLog::report("invalid target address");
+    }
+    return targetAddressObj;
+}
+
+// Runs the script (or the file, for EVAL_FILE) on the target and gives its value; without waiting when
+// asked, and then the result is true at once.
+void evalRemote_yielding(const std::shared_ptr<Task>& task, NodePtr& result, const EvalArguments& arguments,
+                         OpCode opCode) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<RunRemoteScriptTask> runRemoteScriptTask;
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, (void)0);
+    result = OMStored::undefinedFactory();
+    {
+        const std::shared_ptr<IObject> targetAddressObj = targetAddressFactory(arguments.targetURL);
+        if (! targetAddressObj) {
+            YIELDING_FINISH;
+        }
+        YIELDING_ASSIGN_TYPED(InternalCoordinator, internalCoordinator, InternalCoordinator::factory());
+        const std::string script = arguments.script->getAsString();
+        frame->runRemoteScriptTask = RunRemoteScriptTask::factory(
+            targetAddressObj, opCode == OpCode::EVAL_FILE ? script : "", arguments.timeoutMicroseconds,
+            opCode, opCode == OpCode::EVAL_FILE ? "" : script, InternalCoordinator::nextSequenceNumber(),
+            arguments.scope);
+        YIELDING_CHECK(frame->runRemoteScriptTask);
+        if (arguments.isNoWait || arguments.callBack) {
+            // On its own below the coordinator: the caller may end first.
+            frame->runRemoteScriptTask->setCallBack(arguments.callBack);
+            YIELDING_CHECK(internalCoordinator->startRequestTask(frame->runRemoteScriptTask));
+            YIELDING_CHECK(result->set(true));
+            YIELDING_FINISH;
+        }
+        // A child of the caller: should the caller end first, the request ends with it.
+        task->registerChildTask(frame->runRemoteScriptTask);
+        YIELDING_CHECK(Task::startTask(frame->runRemoteScriptTask));
+    }
+    while (! frame->runRemoteScriptTask->isTaskCompleted()) {
+        // The reply comes from outside: the event loop may sleep meanwhile.
+        task->setWaitingForInput(true);
+        YIELDING_WAIT(task->yieldAndSleep());
+    }
+    task->setWaitingForInput(false);
+    {
+        const RunRemoteScriptTask& runRemoteScriptTask = *frame->runRemoteScriptTask;
+        if (runRemoteScriptTask.isReplyTimedOut()) {
+            ScriptErrorLog::report(
+                std::string(opCode == OpCode::EVAL_FILE ? "evalScript" : "eval") + ": no reply from " +
+                arguments.targetURL + " within " +
+                std::to_string(arguments.timeoutMicroseconds / Clock::MICROSECONDS_PER_MILLISECOND) + " ms");
+        } else if (! runRemoteScriptTask.isReplySuccess()) {
+            ScriptErrorLog::report(std::string(opCode == OpCode::EVAL_FILE ? "evalScript" : "eval") +
+                                   ": the script did not run on " + arguments.targetURL);
+        } else {
+            result = runRemoteScriptTask.getReplyNode();
+        }
+    }
+    YIELDING_END;
 }
 
 } // namespace
@@ -73,6 +171,10 @@ void OMExpressionLValueToken::ftn_eval_yielding(const std::shared_ptr<Task>& tas
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     result = OMStored::undefinedFactory();
     if (! readEvalArguments(scope, resolution, frame->arguments)) {
+        YIELDING_FINISH;
+    }
+    if (frame->arguments.hasTarget) {
+        YIELDING_CALL(evalRemote_yielding(task, result, frame->arguments, OpCode::EVAL));
         YIELDING_FINISH;
     }
     {
@@ -104,6 +206,11 @@ void OMExpressionLValueToken::ftn_evalScript_yielding(const std::shared_ptr<Task
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     result = OMStored::undefinedFactory();
     if (! readEvalArguments(scope, resolution, frame->arguments)) {
+        YIELDING_FINISH;
+    }
+    if (frame->arguments.hasTarget) {
+        // The file is read where the script runs.
+        YIELDING_CALL(evalRemote_yielding(task, result, frame->arguments, OpCode::EVAL_FILE));
         YIELDING_FINISH;
     }
     frame->path = frame->arguments.script->getAsString();

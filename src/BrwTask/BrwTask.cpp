@@ -186,6 +186,20 @@ void Task::handleCompletion() {
     deregisterTask(fTaskId);
 }
 
+std::shared_ptr<Task> Task::findRequestContext(RequestContext context) {
+    const auto index = static_cast<size_t>(context);
+    if (! fIsRequestContextSearched[index]) {
+        fIsRequestContextSearched[index] = true;
+        for (std::shared_ptr<Task> task = shared_from_this(); task; task = task->getParentTask()) {
+            if (task->isRequestContext(context)) {
+                fFoundRequestContexts[index] = task;
+                break;
+            }
+        }
+    }
+    return fFoundRequestContexts[index].lock();
+}
+
 bool Task::isIdle() {
     return fIsTaskCompleted || (fIsStarted && fFunctionStates.empty() && fChildTasks.empty());
 }

@@ -13,6 +13,9 @@ namespace Brw {
 
 class IOMNode;
 class InputStream;
+class CallNodeAsFunctionForDataReplyTask;
+class EvalThenSendMessageTask;
+class HandleDataRequestTask;
 
 enum AsyncIOType : int32_t {
     ASYNC_IO_INHERIT = 1, // decide by the stream, or ask the parent
@@ -29,6 +32,8 @@ public:
 
     // A time-out of this value never expires; any other negative one means the default time-out.
     static constexpr int64_t NO_TIMEOUT = -2;
+    // The time-out that follows the process's default time-out.
+    static constexpr int64_t DEFAULT_TIMEOUT = -1;
     // A slice of this length runs the task to its end; any other negative one is a slice without limit.
     static constexpr int64_t RUN_TO_COMPLETION = -2;
 
@@ -39,6 +44,12 @@ public:
     virtual bool hasPendingFunctionState() const { return fFunctionStateIndex < fFunctionStates.size(); }
     virtual void exit();
     virtual void yieldAndSleep();
+    // The nearest task of each kind that carries a remote party's request, this task included, walking
+    // the parents: how a script finds whom it answers. Searched once, then kept. Each is defined beside
+    // its class, which the tasks of this folder don't know.
+    virtual std::shared_ptr<CallNodeAsFunctionForDataReplyTask> getCallNodeAsFunctionForDataReplyTask();
+    virtual std::shared_ptr<EvalThenSendMessageTask> getEvalThenSendMessageTask();
+    virtual std::shared_ptr<HandleDataRequestTask> getHandleDataRequestTask();
     virtual std::shared_ptr<InputStream> getIOStream();
     virtual bool isExitRequested() const { return fIsExitRequested; }
     virtual bool isInTimeslice() const { return fIsInTimeslice; }
@@ -125,6 +136,18 @@ public:
     AsyncIOType getInteractionLevel() const { return fInteractionLevel; }
 
 protected:
+    // The kinds of task that the getters of a request's context look for.
+    enum class RequestContext : uint8_t {
+        CALL_NODE_AS_FUNCTION_FOR_DATA_REPLY,
+        EVAL_THEN_SEND_MESSAGE,
+        HANDLE_DATA_REQUEST,
+    };
+    static constexpr size_t REQUEST_CONTEXT_COUNT = 3;
+    // True for a task of that kind; the request tasks say so of themselves.
+    virtual bool isRequestContext(RequestContext) const { return false; }
+    // The nearest task of the kind, this one included; null when there is none.
+    std::shared_ptr<Task> findRequestContext(RequestContext context);
+
     // A resumed frame must be of the type that the same function saved at this depth; anything else
     // means a function called its callees in another order than before, which can't be recovered from.
     template <class Frame>
@@ -164,6 +187,8 @@ protected:
     int64_t fDeadline = 0;                            // absolute deadline, 0 for none
     int64_t fTimeoutMicroseconds; // NO_TIMEOUT, another negative: the default; else a limit
     int64_t fTimesliceEnd = 0;    // absolute end of this slice, 0 for none
+    std::weak_ptr<Task> fFoundRequestContexts[REQUEST_CONTEXT_COUNT]; // see findRequestContext
+    bool fIsRequestContextSearched[REQUEST_CONTEXT_COUNT] = {};       // the search was done
 
     static TaskMap fTasksById;                              // every registered task
     static std::vector<std::shared_ptr<Task>> fActiveTasks; // started tasks, in start order
