@@ -53,14 +53,6 @@ TEST_F(SystemBuiltinsProcessTest, QuitLetsTheStatementFinishAndEndsTheProcessSoo
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
 }
 
-TEST_F(SystemBuiltinsProcessTest, ExitEndsTheScriptAndNothingBehindItRuns) {
-    const std::string script = writeScript("output(\"a\\n\"); exit(); output(\"b\\n\")\noutput(\"c\\n\")\n");
-    auto result = runProcess({kBinary, "-w", "0", "-f", script});
-    EXPECT_FALSE(result.timedOut);
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.standardOutput, "a\n") << result.standardError;
-}
-
 TEST_F(SystemBuiltinsProcessTest, StdInReadsTheLinesOfStandardInputInAScriptFile) {
     const std::string script = writeScript(
         "a = stdIn(); b = stdIn(); c = stdIn();\noutput(a, \"|\", b, \"|\", typeof c, \"\\n\")\n");

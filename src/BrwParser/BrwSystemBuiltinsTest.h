@@ -9,7 +9,8 @@
 namespace Brw {
 
 // The built-ins on the system, the process and its streams, run as script text in a session of their
-// own. quit() ends the whole process and is left to the tests of the program.
+// own; what a script sees of them plainly is in tests/scripts/system.bwq. quit() ends the whole process
+// and is left to the tests of the program.
 class SystemBuiltinsTest : public Test {
 public:
     SystemBuiltinsTest() : Test("SystemBuiltinsTest") {}
@@ -19,15 +20,10 @@ public:
     bool test() override;
 
 private:
-    bool testSysInfo();
-    bool testSysInfoIsTakenAtEachCall();
-    bool testGetEnv();
-    bool testYieldWaits();
-    bool testYieldCallBack();
-    bool testExit();
-    bool testOutput();
+    bool testSysInfoAndGetEnv();
+    bool testYield();
+    bool testExitAndStdIn();
     bool testOutputToAStreamThatStalls();
-    bool testStdIn();
     bool testLogLevels();
 
     std::unique_ptr<ScriptErrorCapture> fScriptErrors; // the script errors provoked here
