@@ -296,6 +296,7 @@ public:
     const std::shared_ptr<Task>& getMainTask() const { return fMainTask; }
     // Where scripts of this coordinator run: below the root scope, sees it read-only.
     const std::shared_ptr<OMScope>& getCoordinatorScope() const { return fCoordinatorScope; }
+    std::shared_ptr<class IOMNode> buildSysInfo() const; // sysInfo()'s map, taken anew at each call
     IdleBackoff& getIdleBackoff() { return fIdleBackoff; }
     uint64_t getRoundCounter() const { return fRoundCounter; }
 

@@ -27,6 +27,7 @@
 #include "BrwParser/BrwReferencePathTest.h"
 #include "BrwParser/BrwScriptLimitsTest.h"
 #include "BrwParser/BrwStreamTest.h"
+#include "BrwParser/BrwSystemBuiltinsTest.h"
 #include "BrwSerializer/BrwSerializerTest.h"
 #include "BrwService/BrwServiceTest.h"
 #include "BrwTask/BrwInstrumentScriptStreamTaskTest.h"
@@ -73,6 +74,7 @@ bool TestRegistry::registerAll() {
         SANITY_CHECK(Test::registerTest(std::make_shared<ProcessTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<PipesTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<FileBuiltinsTest>()));
+        SANITY_CHECK(Test::registerTest(std::make_shared<SystemBuiltinsTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<OMFileSystemTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<AddressTest>()));
         SANITY_CHECK(Test::registerTest(std::make_shared<MessageTest>()));

@@ -286,15 +286,16 @@ void IOStreamPrompted::echo(int c) {
 }
 
 void IOStreamPrompted::startLine(std::string& line, std::string&& text) {
+    fIsPromptNeeded = true;
+    if (&line != &fLine) {
+        // The caller takes the whole line for itself (a script reading its input): the rest of the
+        // current line is still the parser's, and the positions go on counting the parser's text alone.
+        line = std::move(text);
+        return;
+    }
     fLineBasePos += fLine.size();
     fLine = std::move(text);
     fLineReadPos = 0;
-    fIsPromptNeeded = true;
-    if (&line != &fLine) {
-        // The caller takes the whole line: for this stream it is read.
-        line = fLine;
-        fLineReadPos = fLine.size();
-    }
 }
 
 } // namespace Brw

@@ -29,7 +29,8 @@ public:
     virtual std::shared_ptr<IOMNode> getPromptNode(uint64_t level) const;
     virtual bool isPromptShown() const { return fIsPromptShown; }
     // Reads one line, up to and with its line end, into `line`, echoing a keyboard and editing by
-    // backspace. The prompt comes when the consumer task is waiting for input.
+    // backspace. The prompt comes when the consumer task is waiting for input. A line read into another
+    // string than the current line is the caller's alone: the current line stays as it was.
     virtual void readLine_yielding(const std::shared_ptr<Task>& task, std::string& line);
     // Writes the prompt of the task's parser nesting level: the prompt node when it is a string, else
     // the configured prompt. With `toStdOut` to standard output, else to the output stream.

@@ -9,6 +9,8 @@
 
 namespace Brw {
 
+class OutputStream;
+
 // What one evaluation of a left value found: its written arguments, evaluated, and the value of its
 // parent. The parent counts as argument 0 (so `a.f()` is `f(a)`) unless it is the `this` of a method.
 class OMExpressionLValueResolution {
@@ -323,6 +325,56 @@ public:
     static std::shared_ptr<IOMNode> ftn_pathSegmentFromRight(AccessType accessType,
                                                              const std::shared_ptr<OMScope>& scope,
                                                              OMExpressionLValueResolution& resolution);
+
+    // ---- Built-ins on the system, the process and its streams (BrwOMExpressionLValueSystem.cpp) ----
+
+    // Enters them into the dispatch table; registerBuiltins calls it.
+    static void registerSystemBuiltins();
+    // sysInfo(key?): the map of InternalCoordinator::buildSysInfo, or its member `key`.
+    static std::shared_ptr<IOMNode> ftn_sysInfo(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                OMExpressionLValueResolution& resolution);
+    // getEnv(name): the value of the environment variable; undefined when it isn't set.
+    static std::shared_ptr<IOMNode> ftn_getEnv(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                               OMExpressionLValueResolution& resolution);
+    // quit(): asks the coordinator to end. The script goes on; the process ends once the event loop
+    // sees the coordinator terminating.
+    static std::shared_ptr<IOMNode> ftn_quit(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                             OMExpressionLValueResolution& resolution);
+    // exit(): ends the running task; nothing behind the call runs.
+    static void ftn_exit_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                  AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                  OMExpressionLValueResolution& resolution);
+    // yield(milliseconds, callBack): waits for the time, at least 1 ms, giving the thread away each turn;
+    // a callback is called each turn, and a true result ends the wait early.
+    static void ftn_yield_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                   AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                   OMExpressionLValueResolution& resolution);
+    // output(values...): writes the string form of each to `outputStream`, or, when it is null, to the
+    // running task's stream.
+    static void ftn_output_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                    AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                    OMExpressionLValueResolution& resolution,
+                                    const std::shared_ptr<OutputStream>& outputStream);
+    // The form of the dispatch table: the running task's stream.
+    static void ftn_output_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                    AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                    OMExpressionLValueResolution& resolution);
+    // stdIn(): the next line of the running task's input, without its line end, waiting until it is
+    // there; undefined once the input has ended.
+    static void ftn_stdIn_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                   AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                   OMExpressionLValueResolution& resolution);
+    // logError(text), logWarning(text), logNote(text), logTrace(text): the text to the Logger at that
+    // level; undefined.
+    static std::shared_ptr<IOMNode> ftn_logError(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                 OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_logWarning(AccessType accessType,
+                                                   const std::shared_ptr<OMScope>& scope,
+                                                   OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_logNote(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                OMExpressionLValueResolution& resolution);
+    static std::shared_ptr<IOMNode> ftn_logTrace(AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                                 OMExpressionLValueResolution& resolution);
 
 protected:
     std::string getMemberName() const override;

@@ -126,6 +126,7 @@ void OMExpressionLValueToken::registerBuiltins() {
     registerBuiltin(_toString, ftn_toString, nullptr);
     registerBuiltin(_toUpperCase, ftn_toUpperCase, nullptr);
     registerFileBuiltins();
+    registerSystemBuiltins();
     registerMessagingBuiltins();
 }
 

@@ -14,15 +14,19 @@ class CallTask : public Task {
 public:
     using Body = std::function<void(const std::shared_ptr<Task>& task)>;
 
-    CallTask(const char* name, Body body, int64_t timeoutMicroseconds = NO_TIMEOUT)
-        : Task(name, timeoutMicroseconds, nullptr), fBody(std::move(body)) {}
+    CallTask(const char* name, Body body, int64_t timeoutMicroseconds = NO_TIMEOUT,
+             const std::shared_ptr<InputStream>& stream = nullptr)
+        : Task(name, timeoutMicroseconds, stream), fBody(std::move(body)) {}
 
-    // `timeoutMicroseconds` as for any task.
+    // `timeoutMicroseconds` as for any task. `stream` is the task's own, which the scripts it runs read
+    // and write; without one they use the process's console.
     static std::shared_ptr<CallTask> factory(const char* name, Body body,
-                                             int64_t timeoutMicroseconds = NO_TIMEOUT);
+                                             int64_t timeoutMicroseconds = NO_TIMEOUT,
+                                             const std::shared_ptr<InputStream>& stream = nullptr);
     // Runs `body` to completion (or its time-out); false (with the check logged) when the task refused to
     // run.
-    static bool call(const char* name, Body body, int64_t timeoutMicroseconds = NO_TIMEOUT);
+    static bool call(const char* name, Body body, int64_t timeoutMicroseconds = NO_TIMEOUT,
+                     const std::shared_ptr<InputStream>& stream = nullptr);
 
     void timeslice() override { fBody(shared_from_this()); }
 

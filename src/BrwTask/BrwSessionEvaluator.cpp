@@ -24,7 +24,7 @@ std::string SessionEvaluator::evaluate(const std::string& text, const std::share
             bool success = false;
             node->parseAndEvalFrom_yielding(task, success, scope, stream);
         },
-        timeoutMicroseconds));
+        timeoutMicroseconds, stream));
     return output->getText();
 }
 

@@ -9,7 +9,8 @@ namespace Brw {
 class OMScope;
 
 // For tests: runs script text statement by statement in a scope, as a standard-input session does, on a
-// task of its own with a time-out, and gives what it echoed.
+// task of its own with a time-out, and gives what it echoed. The session's stream is the task's: what a
+// script writes or reads goes there too.
 class SessionEvaluator {
 public:
     static constexpr int64_t DEFAULT_TIMEOUT_MICROSECONDS = 5000000;

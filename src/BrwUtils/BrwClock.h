@@ -16,6 +16,8 @@ public:
     static constexpr int64_t MICROSECONDS_PER_MILLISECOND = 1000;
     static constexpr int64_t NANOSECONDS_PER_MILLISECOND =
         NANOSECONDS_PER_MICROSECOND * MICROSECONDS_PER_MILLISECOND;
+    static constexpr int64_t MILLISECONDS_PER_SECOND = 1000;
+    static constexpr int64_t NANOSECONDS_PER_SECOND = NANOSECONDS_PER_MILLISECOND * MILLISECONDS_PER_SECOND;
 
     // The longest time a setting or a script may ask for: a century, so that a deadline in nanoseconds
     // can't overflow.
