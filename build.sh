@@ -4,6 +4,7 @@
 #   ./build.sh test [preset]       build, then run every test; preset "default" (the default) or "asan"
 #   ./build.sh bench               build, then run the benchmarks against the peer languages
 #   ./build.sh bench transport     time the pipes between coordinators against a plain socket
+#   ./build.sh bench coordinators  time eval and sendData between coordinators against a socket and Python
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -53,11 +54,15 @@ bench)
         ensure_packages
         exec ./bench/transport.sh
     fi
+    if [ "${1:-}" = coordinators ]; then
+        ensure_packages
+        exec ./bench/coordinators.sh
+    fi
     build default braidwell
     exec ./bench/run.sh "$@"
     ;;
 *)
-    echo "usage: ./build.sh run [switches...] | test [default|asan] | bench [transport]" >&2
+    echo "usage: ./build.sh run [switches...] | test [default|asan] | bench [transport|coordinators]" >&2
     exit 2
     ;;
 esac

@@ -234,3 +234,41 @@ TEST_F(PlaceTest, SelfTestModeReportsAFailingScript) {
 }
 
 } // namespace
+
+namespace {
+
+// Kills, at the end of a test whatever happened, the coordinator that the configuration let a run launch.
+class LaunchedCoordinator {
+public:
+    explicit LaunchedCoordinator(fs::path pidFile) : fPidFile(std::move(pidFile)) {}
+    ~LaunchedCoordinator() {
+        const pid_t processId = static_cast<pid_t>(std::atoi(readText(fPidFile).c_str()));
+        if (processId > 0) {
+            ::kill(processId, SIGKILL);
+        }
+    }
+
+private:
+    fs::path fPidFile;
+};
+
+// From a shell with nothing running: a statement on standard input evaluated on a coordinator that the
+// configuration says how to start, and a script file sent with -r whose output comes back here.
+TEST_F(PlaceTest, ScriptsRunOnAConfiguredCoordinatorThatIsStartedForThem) {
+    const std::string name = BrwTests::uniqueName("net.braidwell.coordinator.beta");
+    writeText(mainConfigPath(), "[config." + name + "]\nappPath = '" + kBinary + "' -s\n");
+    LaunchedCoordinator launched(sessionFile(name, ".pid"));
+    const std::string target = "brw:///" + name + "/default";
+    auto result = runProcess({kBinary, "-I", "-w", "0"}, "eval(\"6 * 7\", \"" + target + "\")\n");
+    EXPECT_EQ(result.standardOutput, "42\n");
+    EXPECT_EQ(result.standardError, "");
+    const fs::path script = fs::path(BrwTests::isolatedHome()) / (name + ".bwq");
+    writeText(script, "stdOut(\"hi \\\"there\\\"\\n\")\nstdErr(sysInfo(\"pid\") + \"\\n\")\n");
+    result = runProcess({kBinary, "-r", target, "-f", script.string()});
+    EXPECT_FALSE(result.timedOut);
+    EXPECT_EQ(result.standardOutput, "hi \"there\"\n");
+    // The script ran there, not here.
+    EXPECT_EQ(result.standardError, readText(sessionFile(name, ".pid")) + "\n");
+}
+
+} // namespace

@@ -85,8 +85,9 @@ std::shared_ptr<IObject> Message::factoryFromSenderDestinationAddressOpCodeOMNod
     std::shared_ptr<IObject> retVal;
     do {
         SANITY_CHECK(messageNode);
-        retVal = factoryFromSenderDestinationAddressOpCodePayloadStr(senderObj, destinationAddressObj, opCode,
-                                                                     OMAccessor(messageNode).stringify());
+        retVal = factoryFromSenderDestinationAddressOpCodePayloadStr(
+            senderObj, destinationAddressObj, opCode,
+            OMAccessor::stringifyNode(*messageNode, OMAccessor::StringForm::ESCAPED));
     } while (false);
     return retVal;
 }

@@ -189,7 +189,10 @@ public:
     static std::string functionPhaseToStr(int32_t functionPhase);
 
     // The text forms of any node.
-    static std::string stringifyNode(const IOMNode& omNode);
+    // How stringify writes the text of strings and keys: bare, as the language prints it (a quote within
+    // goes out as it is, and such text doesn't parse back), or escaped, so that any text travels.
+    enum class StringForm { BARE, ESCAPED };
+    static std::string stringifyNode(const IOMNode& omNode, StringForm stringForm = StringForm::BARE);
     static std::string toStringNode(const IOMNode& omNode);
     static std::string typeOfNode(const IOMNode& omNode);
 

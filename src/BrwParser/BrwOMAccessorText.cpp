@@ -9,6 +9,7 @@
 #include "BrwParser/BrwOMAccessor.h"
 #include "BrwParser/BrwOMNode.h"
 #include "BrwParser/BrwOMValuePath.h"
+#include "BrwUtils/BrwUtils.h"
 
 namespace Brw {
 
@@ -95,8 +96,33 @@ std::string OMAccessor::toStringNode(const IOMNode& omNode) {
     return std::string();
 }
 
-std::string OMAccessor::stringifyNode(const IOMNode& omNode) {
+namespace {
+
+// The text of a string as the parser reads it back: the quote and the backslash escaped, and the control
+// characters; other bytes, UTF-8 among them, as they are.
+std::string escapedText(const std::string& text) {
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (char c : text) {
+        if (c == '"' || c == '\\') {
+            escaped += '\\';
+            escaped += c;
+        } else if (static_cast<unsigned char>(c) < ' ') {
+            escaped += Utils::encodeString(std::string(1, c));
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+} // namespace
+
+std::string OMAccessor::stringifyNode(const IOMNode& omNode, StringForm stringForm) {
     static OMValuePath path;
+    const auto quoted = [stringForm](const std::string& text) {
+        return "\"" + (stringForm == StringForm::ESCAPED ? escapedText(text) : text) + "\"";
+    };
     switch (omNode.getType()) {
     case OMType::Undefined:
     case OMType::Null:
@@ -111,7 +137,7 @@ std::string OMAccessor::stringifyNode(const IOMNode& omNode) {
     case OMType::Date:
         return std::to_string(omNode.getDate());
     case OMType::String:
-        return "\"" + omNode.getString() + "\"";
+        return quoted(omNode.getString());
     case OMType::Expression:
         return "{" + omNode.toString() + "}";
     case OMType::Array: {
@@ -123,7 +149,7 @@ std::string OMAccessor::stringifyNode(const IOMNode& omNode) {
         std::string text = "[";
         bool isFirst = true;
         for (const auto& [key, child] : entriesOf(omNode)) {
-            text += (isFirst ? "" : ", ") + (child ? stringifyNode(*child) : std::string("null"));
+            text += (isFirst ? "" : ", ") + (child ? stringifyNode(*child, stringForm) : std::string("null"));
             isFirst = false;
         }
         return text + "]";
@@ -136,8 +162,8 @@ std::string OMAccessor::stringifyNode(const IOMNode& omNode) {
         std::string text = "{";
         bool isFirst = true;
         for (const auto& [key, child] : entriesOf(omNode)) {
-            text += (isFirst ? "\"" : ", \"") + key +
-                    "\":" + (child ? stringifyNode(*child) : std::string("null"));
+            text += (isFirst ? "" : ", ") + quoted(key) + ":" +
+                    (child ? stringifyNode(*child, stringForm) : std::string("null"));
             isFirst = false;
         }
         return text + "}";

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "BrwMessage/BrwOpCode.h"
 #include "BrwParser/BrwOMExpression.h"
 #include "BrwParser/BrwToken.h"
 
@@ -278,6 +279,17 @@ public:
     static void ftn_sendData_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
                                       AccessType accessType, const std::shared_ptr<OMScope>& scope,
                                       OMExpressionLValueResolution& resolution);
+    // stdOut(values...) and stdErr(values...): the process's standard stream, or, in a script run for
+    // another coordinator, that coordinator's.
+    static void ftn_stdOut_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                    AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                    OMExpressionLValueResolution& resolution);
+    static void ftn_stdErr_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                    AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                    OMExpressionLValueResolution& resolution);
+    static void ftn_stdErrOrOut_yielding(const std::shared_ptr<Task>& task, std::shared_ptr<IOMNode>& result,
+                                         AccessType accessType, const std::shared_ptr<OMScope>& scope,
+                                         OpCode opCode, OMExpressionLValueResolution& resolution);
     // setDataRequestCallBack(callBackID, function): the function answers data requests for the id;
     // undefined removes it.
     static std::shared_ptr<IOMNode> ftn_setDataRequestCallBack(AccessType accessType,

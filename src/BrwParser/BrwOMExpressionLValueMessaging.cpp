@@ -1,12 +1,17 @@
 #include "BrwAddress/BrwAddress_abstract.h"
+#include "BrwAddress/BrwIAddress.h"
 #include "BrwCoordinator/BrwInternalCoordinator.h"
+#include "BrwCoordinator/BrwRemote/BrwEvalThenSendMessageTask.h"
 #include "BrwCoordinator/BrwRemote/BrwHandleDataRequestTask.h"
 #include "BrwCoordinator/BrwRemote/BrwSendDataToRemoteTask.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwLogger/BrwScriptErrorLog.h"
+#include "BrwMessage/BrwMessage.h"
+#include "BrwParser/BrwOMAccessor.h"
 #include "BrwParser/BrwOMExpressionLValue.h"
 #include "BrwParser/BrwOMScope.h"
 #include "BrwParser/BrwOMStored.h"
+#include "BrwParser/BrwOutputStreamStdErr.h"
 #include "BrwTask/BrwYielding.h"
 #include "BrwUtils/BrwClock.h"
 
@@ -60,11 +65,73 @@ std::shared_ptr<SendDataToRemoteTask> replyTaskFactory(InternalCoordinator& inte
                                                 request.getClientSequenceNumber(), scope, nullptr);
 }
 
+// The coordinator that a script runs for, when that is another one: the requester of the remote script or
+// of the data request that the script serves. Null when the script runs for this coordinator.
+std::shared_ptr<const IObject> requesterAddressOf(Task& task) {
+    if (auto evalThenSendMessageTask = task.getEvalThenSendMessageTask()) {
+        return evalThenSendMessageTask->getDestinationAddressObj();
+    }
+    if (auto handleDataRequestTask = task.getHandleDataRequestTask()) {
+        return handleDataRequestTask->getSenderAddressObj();
+    }
+    return nullptr;
+}
+
 } // namespace
 
 void OMExpressionLValueToken::registerMessagingBuiltins() {
     registerBuiltin(_sendData, nullptr, ftn_sendData_yielding);
     registerBuiltin(_setDataRequestCallBack, ftn_setDataRequestCallBack, nullptr);
+    registerBuiltin(_stdOut, nullptr, ftn_stdOut_yielding);
+    registerBuiltin(_stdErr, nullptr, ftn_stdErr_yielding);
+}
+
+void OMExpressionLValueToken::ftn_stdOut_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                                  AccessType accessType,
+                                                  const std::shared_ptr<OMScope>& scope,
+                                                  OMExpressionLValueResolution& resolution) {
+    ftn_stdErrOrOut_yielding(task, result, accessType, scope, OpCode::STD_OUT, resolution);
+}
+
+void OMExpressionLValueToken::ftn_stdErr_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                                  AccessType accessType,
+                                                  const std::shared_ptr<OMScope>& scope,
+                                                  OMExpressionLValueResolution& resolution) {
+    ftn_stdErrOrOut_yielding(task, result, accessType, scope, OpCode::STD_ERR, resolution);
+}
+
+void OMExpressionLValueToken::ftn_stdErrOrOut_yielding(const std::shared_ptr<Task>& task, NodePtr& result,
+                                                       AccessType accessType,
+                                                       const std::shared_ptr<OMScope>& scope, OpCode opCode,
+                                                       OMExpressionLValueResolution& resolution) {
+    struct LocalVariableState : OMFunctionState {
+        std::shared_ptr<OutputStream> stream; // the process's own, kept for the wait
+    };
+    YIELDING_BEGIN(LocalVariableState, frame, result = OMStored::undefinedFactory());
+    {
+        YIELDING_ASSIGN_TYPED(InternalCoordinator, internalCoordinator, InternalCoordinator::factory());
+        std::shared_ptr<const IObject> targetAddressObj = requesterAddressOf(*task);
+        if (targetAddressObj) {
+            YIELDING_ASSIGN_CONST_TYPED(IAddress, targetAddress, targetAddressObj);
+            std::string text;
+            for (size_t index = 0; index < resolution.getArgumentCount(); ++index) {
+                text += OMAccessor(resolution.getArgument(index)).getAsString();
+            }
+            std::shared_ptr<IObject> message;
+            YIELDING_ASSIGN(message, Message::factoryFromSenderDestinationAddressOpCodeOMNode(
+                                         internalCoordinator->getAddressObj(), targetAddress, opCode,
+                                         OMStored::factory(text)));
+            YIELDING_CHECK(internalCoordinator->queueMessage(message));
+            YIELDING_FINISH;
+        }
+        if (opCode == OpCode::STD_OUT) {
+            frame->stream = internalCoordinator->outputStreamFactory();
+        } else {
+            frame->stream = std::make_shared<OutputStreamStdErr>();
+        }
+    }
+    YIELDING_CALL(ftn_output_yielding(task, result, accessType, scope, resolution, frame->stream));
+    YIELDING_END;
 }
 
 void OMExpressionLValueToken::ftn_sendData_yielding(const std::shared_ptr<Task>& task, NodePtr& result,

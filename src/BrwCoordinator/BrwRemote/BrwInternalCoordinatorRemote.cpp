@@ -55,11 +55,12 @@ bool InternalCoordinator::sendRequest(const std::shared_ptr<RemoteRequestTask_ab
 
 void InternalCoordinator::runRemoteScript_yielding(const std::shared_ptr<Task>& task, bool& completed) {
     struct LocalVariableState : OMFunctionState {
-        std::shared_ptr<RunRemoteScriptTask> runRemoteScriptTask;
+        // Not owned: the frame lives in the task itself, which a parent may end before the frame is gone.
+        RunRemoteScriptTask* runRemoteScriptTask = nullptr;
         bool isDone = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, completed = false);
-    frame->runRemoteScriptTask = std::dynamic_pointer_cast<RunRemoteScriptTask>(task);
+    frame->runRemoteScriptTask = dynamic_cast<RunRemoteScriptTask*>(task.get());
     YIELDING_CHECK(frame->runRemoteScriptTask);
     {
         const RunRemoteScriptTask& runRemoteScriptTask = *frame->runRemoteScriptTask;
@@ -70,7 +71,7 @@ void InternalCoordinator::runRemoteScript_yielding(const std::shared_ptr<Task>& 
         const bool isByPath = runRemoteScriptTask.getScriptText().empty();
         messageNode->setSync("script", OMStored::factory(isByPath ? runRemoteScriptTask.getScriptPath()
                                                                   : runRemoteScriptTask.getScriptText()));
-        YIELDING_CHECK(sendRequest(frame->runRemoteScriptTask, messageNode));
+        YIELDING_CHECK(sendRequest(std::static_pointer_cast<RemoteRequestTask_abstract>(task), messageNode));
     }
     if (frame->runRemoteScriptTask->isWaitingForReply()) {
         YIELDING_CALL(frame->runRemoteScriptTask->awaitReply_yielding(task, frame->isDone));
@@ -102,11 +103,12 @@ InternalCoordinator::sendDataToRemote(const std::shared_ptr<const IObject>& targ
 
 void InternalCoordinator::sendDataToRemote_yielding(const std::shared_ptr<Task>& task, bool& completed) {
     struct LocalVariableState : OMFunctionState {
-        std::shared_ptr<SendDataToRemoteTask> sendDataToRemoteTask;
+        // Not owned: the frame lives in the task itself, which a parent may end before the frame is gone.
+        SendDataToRemoteTask* sendDataToRemoteTask = nullptr;
         bool isDone = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, completed = false);
-    frame->sendDataToRemoteTask = std::dynamic_pointer_cast<SendDataToRemoteTask>(task);
+    frame->sendDataToRemoteTask = dynamic_cast<SendDataToRemoteTask*>(task.get());
     YIELDING_CHECK(frame->sendDataToRemoteTask);
     {
         const SendDataToRemoteTask& sendDataToRemoteTask = *frame->sendDataToRemoteTask;
@@ -115,7 +117,7 @@ void InternalCoordinator::sendDataToRemote_yielding(const std::shared_ptr<Task>&
                              OMStored::factory(static_cast<OMInt>(sendDataToRemoteTask.getSequenceNumber())));
         messageNode->setSyncToCloned("data", sendDataToRemoteTask.getDataNode());
         messageNode->setSync("callBackID", OMStored::factory(sendDataToRemoteTask.getCallBackID()));
-        YIELDING_CHECK(sendRequest(frame->sendDataToRemoteTask, messageNode));
+        YIELDING_CHECK(sendRequest(std::static_pointer_cast<RemoteRequestTask_abstract>(task), messageNode));
     }
     if (frame->sendDataToRemoteTask->isWaitingForReply()) {
         YIELDING_CALL(frame->sendDataToRemoteTask->awaitReply_yielding(task, frame->isDone));
