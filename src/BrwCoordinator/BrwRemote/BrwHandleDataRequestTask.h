@@ -24,6 +24,9 @@ public:
     const std::shared_ptr<const IObject>& getSenderAddressObj() const { return fSenderAddressObj; }
     const std::string& getCallBackID() const { return fCallBackID; }
     uint64_t getClientSequenceNumber() const { return fClientSequenceNumber; }
+    uint64_t getServiceSequenceNumber() const { return fServiceSequenceNumber; }
+    GUIDClass* getClientSessionGUID() const { return fClientSessionGUID; }
+    GUIDClass* getServiceSessionGUID() const { return fServiceSessionGUID; }
 
     // Nothing of its own to do: the call runs as its child.
     void timeslice() override {}
