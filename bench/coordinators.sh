@@ -12,16 +12,12 @@ cmake --preset default >/dev/null
 cmake --build "$build" --target brw_coordinator_bench braidwell >/dev/null
 cc -O2 -o "$build/raw_socket_bench" bench/transport/raw_socket_bench.c
 
-home=$(mktemp -d)
+source bench/isolated_home.sh
 cleanup() {
     pkill -KILL -f "braidwell -s -F $home" 2>/dev/null || true
     rm -rf "$home"
 }
 trap cleanup EXIT
-export HOME=$home XDG_DATA_HOME=$home/data XDG_CONFIG_HOME=$home/config XDG_STATE_HOME=$home/state \
-    XDG_CACHE_HOME=$home/cache XDG_RUNTIME_DIR=$home/run TMPDIR=$home/tmp
-mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$XDG_STATE_HOME" "$XDG_CACHE_HOME" "$TMPDIR"
-mkdir -m 700 "$XDG_RUNTIME_DIR"
 
 echo "timing coordinators, the plain socket and the Python peer (about a minute)..." >&2
 ours=$("$build/bench/coordinators/brw_coordinator_bench")

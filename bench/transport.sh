@@ -12,17 +12,13 @@ cmake --preset default >/dev/null
 cmake --build "$build" --target brw_pipe_bench braidwell >/dev/null
 cc -O2 -o "$build/raw_socket_bench" bench/transport/raw_socket_bench.c
 
-home=$(mktemp -d)
+source bench/isolated_home.sh
 server=
 cleanup() {
     [ -n "$server" ] && kill "$server" 2>/dev/null && wait "$server" 2>/dev/null
     rm -rf "$home"
 }
 trap cleanup EXIT
-export HOME=$home XDG_DATA_HOME=$home/data XDG_CONFIG_HOME=$home/config XDG_STATE_HOME=$home/state \
-    XDG_CACHE_HOME=$home/cache XDG_RUNTIME_DIR=$home/run TMPDIR=$home/tmp
-mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$XDG_STATE_HOME" "$XDG_CACHE_HOME" "$TMPDIR"
-mkdir -m 700 "$XDG_RUNTIME_DIR"
 
 echo "timing the pipes and the plain socket (about 20 seconds)..." >&2
 pipes=$("$build/bench/transport/brw_pipe_bench" bench)

@@ -108,6 +108,7 @@ void evalRemote_yielding(const std::shared_ptr<Task>& task, NodePtr& result, con
                          OpCode opCode) {
     struct LocalVariableState : OMFunctionState {
         std::shared_ptr<RunRemoteScriptTask> runRemoteScriptTask;
+        bool isDone = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     result = OMStored::undefinedFactory();
@@ -130,28 +131,17 @@ void evalRemote_yielding(const std::shared_ptr<Task>& task, NodePtr& result, con
             YIELDING_CHECK(result->set(true));
             YIELDING_FINISH;
         }
-        // A child of the caller: should the caller end first, the request ends with it.
-        task->registerChildTask(frame->runRemoteScriptTask);
-        YIELDING_CHECK(Task::startTask(frame->runRemoteScriptTask));
+        YIELDING_CHECK(frame->runRemoteScriptTask->startForCaller(task));
     }
-    while (! frame->runRemoteScriptTask->isTaskCompleted()) {
-        // The reply comes from outside: the event loop may sleep meanwhile.
-        task->setWaitingForInput(true);
-        YIELDING_WAIT(task->yieldAndSleep());
-    }
-    task->setWaitingForInput(false);
+    YIELDING_CALL(frame->runRemoteScriptTask->awaitCompletion_yielding(task, frame->isDone));
     {
-        const RunRemoteScriptTask& runRemoteScriptTask = *frame->runRemoteScriptTask;
-        if (runRemoteScriptTask.isReplyTimedOut()) {
-            ScriptErrorLog::report(
-                std::string(opCode == OpCode::EVAL_FILE ? "evalScript" : "eval") + ": no reply from " +
-                arguments.targetURL + " within " +
-                std::to_string(arguments.timeoutMicroseconds / Clock::MICROSECONDS_PER_MILLISECOND) + " ms");
-        } else if (! runRemoteScriptTask.isReplySuccess()) {
-            ScriptErrorLog::report(std::string(opCode == OpCode::EVAL_FILE ? "evalScript" : "eval") +
-                                   ": the script did not run on " + arguments.targetURL);
+        const std::string failure =
+            frame->runRemoteScriptTask->getFailureText(arguments.targetURL, "the script did not run");
+        if (failure.empty()) {
+            result = frame->runRemoteScriptTask->getReplyNode();
         } else {
-            result = runRemoteScriptTask.getReplyNode();
+            ScriptErrorLog::report(std::string(opCode == OpCode::EVAL_FILE ? "evalScript: " : "eval: ") +
+                                   failure);
         }
     }
     YIELDING_END;

@@ -140,6 +140,7 @@ void OMExpressionLValueToken::ftn_sendData_yielding(const std::shared_ptr<Task>&
     struct LocalVariableState : OMFunctionState {
         SendDataArguments arguments;
         std::shared_ptr<SendDataToRemoteTask> sendDataToRemoteTask;
+        bool isDone = false;
     };
     YIELDING_BEGIN(LocalVariableState, frame, (void)0);
     result = OMStored::undefinedFactory();
@@ -195,26 +196,18 @@ void OMExpressionLValueToken::ftn_sendData_yielding(const std::shared_ptr<Task>&
             YIELDING_FINISH;
         }
         LOG_NOTE("sendDataToRemoteTask start waiting");
-        // A child of the caller: should the caller end first, the request ends with it.
-        task->registerChildTask(frame->sendDataToRemoteTask);
-        YIELDING_CHECK(Task::startTask(frame->sendDataToRemoteTask));
+        YIELDING_CHECK(frame->sendDataToRemoteTask->startForCaller(task));
     }
-    while (! frame->sendDataToRemoteTask->isTaskCompleted()) {
-        // The reply comes from outside: the event loop may sleep meanwhile.
-        task->setWaitingForInput(true);
-        YIELDING_WAIT(task->yieldAndSleep());
-    }
-    task->setWaitingForInput(false);
+    YIELDING_CALL(frame->sendDataToRemoteTask->awaitCompletion_yielding(task, frame->isDone));
     LOG_NOTE("sendDataToRemoteTask completed");
-    if (frame->sendDataToRemoteTask->isReplyTimedOut()) {
-        ScriptErrorLog::report(
-            "sendData: no reply from " + frame->arguments.targetURL + " within " +
-            std::to_string(frame->arguments.timeoutMicroseconds / Clock::MICROSECONDS_PER_MILLISECOND) +
-            " ms");
-    } else if (! frame->sendDataToRemoteTask->isReplySuccess()) {
-        ScriptErrorLog::report("sendData: the request failed on " + frame->arguments.targetURL);
-    } else {
-        result = frame->sendDataToRemoteTask->getReplyNode();
+    {
+        const std::string failure =
+            frame->sendDataToRemoteTask->getFailureText(frame->arguments.targetURL, "the request failed");
+        if (failure.empty()) {
+            result = frame->sendDataToRemoteTask->getReplyNode();
+        } else {
+            ScriptErrorLog::report("sendData: " + failure);
+        }
     }
     YIELDING_END;
 }

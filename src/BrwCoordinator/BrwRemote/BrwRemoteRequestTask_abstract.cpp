@@ -71,6 +71,33 @@ void RemoteRequestTask_abstract::awaitReply_yielding(const std::shared_ptr<Task>
     YIELDING_END;
 }
 
+bool RemoteRequestTask_abstract::startForCaller(const std::shared_ptr<Task>& callerTask) {
+    callerTask->registerChildTask(shared_from_this());
+    return Task::startTask(shared_from_this());
+}
+
+void RemoteRequestTask_abstract::awaitCompletion_yielding(const std::shared_ptr<Task>& task, bool& isDone) {
+    struct LocalVariableState : OMFunctionState {};
+    YIELDING_BEGIN(LocalVariableState, frame, isDone = false);
+    while (! isTaskCompleted()) {
+        // The reply comes from outside: the event loop may sleep meanwhile.
+        task->setWaitingForInput(true);
+        YIELDING_WAIT(task->yieldAndSleep());
+    }
+    task->setWaitingForInput(false);
+    isDone = true;
+    YIELDING_END;
+}
+
+std::string RemoteRequestTask_abstract::getFailureText(const std::string& targetText,
+                                                       const char* failedText) const {
+    if (fIsReplyTimedOut) {
+        return "no reply from " + targetText + " within " +
+               std::to_string(fReplyTimeoutMicroseconds / Clock::MICROSECONDS_PER_MILLISECOND) + " ms";
+    }
+    return fHasReply && fIsReplySuccess ? std::string() : std::string(failedText) + " on " + targetText;
+}
+
 void RemoteRequestTask_abstract::handleCompletion() {
     if (auto internalCoordinator =
             std::dynamic_pointer_cast<InternalCoordinator>(InternalCoordinator::factory())) {

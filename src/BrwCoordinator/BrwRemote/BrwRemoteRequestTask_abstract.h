@@ -6,6 +6,7 @@
 
 #include "BrwMessage/BrwOpCode.h"
 #include "BrwTask/BrwTask.h"
+#include "BrwUtils/BrwClock.h"
 
 namespace Brw {
 
@@ -52,6 +53,13 @@ public:
 
     // Waits for the reply of a request that was sent; sets `isDone` once the wait is over either way.
     void awaitReply_yielding(const std::shared_ptr<Task>& task, bool& isDone);
+    // Starts this request as a child of `callerTask`, so that it ends with the caller at the latest.
+    [[nodiscard]] bool startForCaller(const std::shared_ptr<Task>& callerTask);
+    // The wait of the caller's `task` for the request it started; sets `isDone` once the request has ended.
+    void awaitCompletion_yielding(const std::shared_ptr<Task>& task, bool& isDone);
+    // What went wrong, for the person who asked, naming the target as `targetText`: the missing reply,
+    // or `failedText` and the target when the reply says the request failed; empty after success.
+    std::string getFailureText(const std::string& targetText, const char* failedText) const;
 
 protected:
     RemoteRequestTask_abstract(const char* name, std::shared_ptr<const IObject> targetAddressObj,

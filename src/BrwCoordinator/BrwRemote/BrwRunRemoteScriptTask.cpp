@@ -4,7 +4,6 @@
 
 #include "BrwCoordinator/BrwInternalCoordinator.h"
 #include "BrwLogger/BrwCheck.h"
-#include "BrwUtils/BrwClock.h"
 
 namespace Brw {
 
@@ -43,12 +42,9 @@ void RunRemoteScriptTask::sendAndWait_yielding(const std::shared_ptr<Task>& task
 
 void RunRemoteScriptTask::handleCompletion() {
     if (fIsEndingCoordinator) {
-        if (isReplyTimedOut()) {
-            fprintf(
-                stderr, "no reply from %s within %lld ms\n", getTargetURL().c_str(),
-                static_cast<long long>(getReplyTimeoutMicroseconds() / Clock::MICROSECONDS_PER_MILLISECOND));
-        } else if (hasReply() && ! isReplySuccess()) {
-            fprintf(stderr, "the script did not run on %s\n", getTargetURL().c_str());
+        const std::string failure = getFailureText(getTargetURL(), "the script did not run");
+        if (! failure.empty()) {
+            fprintf(stderr, "%s\n", failure.c_str());
         }
         if (auto internalCoordinator =
                 std::dynamic_pointer_cast<InternalCoordinator>(InternalCoordinator::factory())) {
