@@ -82,6 +82,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     runTasksUntil([&] { return session->isTaskCompleted(); }, SESSION_MILLISECONDS);
     stopStartedTasks();
+    // What the script sent or asked of other coordinators goes nowhere here.
+    auto internalCoordinator =
+        std::dynamic_pointer_cast<Brw::InternalCoordinator>(Brw::InternalCoordinator::factory());
+    if (! internalCoordinator || ! internalCoordinator->discardMessaging()) {
+        BrwFuzz::fail("the messaging state could not be discarded");
+    }
     session->getOutput();
     return 0;
 }

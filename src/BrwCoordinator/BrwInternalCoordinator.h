@@ -266,6 +266,9 @@ public:
     // Takes a request out of the table of pending ones, when `requestTask` is the one under the number.
     void removePendingRequest(uint64_t sequenceNumber, const RemoteRequestTask_abstract* requestTask);
     size_t getPendingRequestCount() const { return fPendingRequests.size(); }
+    // Forgets every message in flight, pending request, data-request handler and sibling proxy: a harness
+    // that runs one script after the other in one process puts the coordinator back between them.
+    [[nodiscard]] bool discardMessaging();
 
     // Runs the main task and the started tasks for `microseconds`, or without limit when negative, until
     // the main task ends.

@@ -6,6 +6,7 @@
 #include "BrwCoordinator/BrwRemote/BrwHandleDataRequestTask.h"
 #include "BrwCoordinator/BrwRemote/BrwRunRemoteScriptTask.h"
 #include "BrwCoordinator/BrwRemote/BrwSendDataToRemoteTask.h"
+#include "BrwCoordinator/BrwSiblingCoordinator.h"
 #include "BrwEvent/BrwIEvent.h"
 #include "BrwLogger/BrwCheck.h"
 #include "BrwMessage/BrwMessage.h"
@@ -264,6 +265,18 @@ void InternalCoordinator::removePendingRequest(uint64_t sequenceNumber,
             fPendingRequests.erase(iter);
         }
     }
+}
+
+bool InternalCoordinator::discardMessaging() {
+    bool retVal = true;
+    fMessageQueue.clear();
+    deregisterPendingTasks();
+    for (const std::string& name : SiblingCoordinator::getSiblingNames()) {
+        if (auto sibling = SiblingCoordinator::getSiblingCoordinator(name)) {
+            retVal = sibling->deregisterObject() && retVal;
+        }
+    }
+    return retVal;
 }
 
 void InternalCoordinator::deregisterPendingTasks() {
